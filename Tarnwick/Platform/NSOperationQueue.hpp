@@ -1,0 +1,40 @@
+#pragma once
+
+#include <cstdint>
+#include <memory>
+
+#include "Tarnwick/Platform/NSOperation.hpp"
+
+namespace tarnwick {
+
+/// Runs operations on threads of its own, begun in the order in which they were added. An
+/// operation's place is taken from its main() until it has reported itself finished, its completion
+/// block has run and the queue has released it; so with a count of one, results come in order and
+/// one at a time. Any thread may call any member, and the last reference to the queue may go
+/// anywhere, a completion block included: operations that wait still run.
+class NSOperationQueue {
+ public:
+  NSOperationQueue();
+  ~NSOperationQueue();
+  NSOperationQueue(const NSOperationQueue&) = delete;
+  NSOperationQueue& operator=(const NSOperationQueue&) = delete;
+
+  /// How many operations may run at once. Zero lets none begin; a negative count, the initial
+  /// setting, means one a processor. Throws as addOperation() does.
+  void setMaxConcurrentOperationCount(std::int64_t count);
+
+  /// Adds an operation, which belongs to this queue alone. Throws std::system_error when a thread
+  /// is needed and cannot be started; the operation then waits for the next call.
+  void addOperation(std::shared_ptr<NSOperation> operation);
+
+  /// Cancels the operations that wait and those that run. They stay on the queue and finish in
+  /// their own way.
+  void cancelAllOperations();
+
+ private:
+  class State;
+
+  const std::shared_ptr<State> state_;  // shared with the threads, which may outlive the queue
+};
+
+}  // namespace tarnwick

@@ -1,0 +1,19 @@
+#pragma once
+
+#include <chrono>
+#include <functional>
+
+namespace tarnwick::NSThread {
+
+/// Runs `body` on a new thread that nobody waits for. What the body holds is released on that
+/// thread. Throws std::system_error when no thread can be started.
+void detachNewThread(std::function<void()> body);
+
+/// Asks for a priority of the calling thread between 0 (least) and 1 (most). The system may refuse,
+/// or know one priority only; either is ignored.
+void setThreadPriority(double priority) noexcept;
+
+/// Suspends the calling thread for at least `duration`.
+void sleep(std::chrono::microseconds duration);
+
+}  // namespace tarnwick::NSThread
