@@ -1,0 +1,162 @@
+#include "Tarnwick/Platform/ImageScaling.hpp"
+
+#include <zimg.h>
+
+#include <array>
+#include <cstring>
+#include <memory>
+#include <vector>
+
+namespace tarnwick {
+namespace {
+
+constexpr std::size_t alignment = 64;  // of rows, for the widest vectors that zimg uses
+
+struct alignas(alignment) Block {
+  std::array<std::uint8_t, alignment> bytes;
+};
+
+constexpr std::size_t colourPlanes = 3, allPlanes = 4;
+
+/// Where zimg's planes, red, green, blue and alpha, stand in a pixel of a bitmap.
+constexpr std::array<std::size_t, allPlanes> channelOfPlane{2, 1, 0, 3};
+
+/// The few rows that zimg works on at a time, a plane a channel: row i stands where row i & mask
+/// does. Rows go in and out of packed pixels as zimg asks for them, so no plane is ever whole.
+class PlanarRows {
+ public:
+  PlanarRows(std::size_t planes, std::int64_t width, std::int64_t height, unsigned buffering)
+      : planes_(planes),
+        mask_(zimg_select_buffer_mask(buffering)),
+        blocksPerRow_((static_cast<std::size_t>(width) + alignment - 1) / alignment),
+        rows_(mask_ == ZIMG_BUFFER_MAX ? static_cast<std::size_t>(height) : mask_ + 1),
+        blocks_(planes * rows_ * blocksPerRow_) {}
+
+  std::uint8_t* row(std::size_t plane, unsigned i) {
+    return blocks_[(plane * rows_ + (i & mask_)) * blocksPerRow_].bytes.data();
+  }
+
+  /// Describes the planes to zimg, as zimg_image_buffer or zimg_image_buffer_const.
+  template <typename Buffer>
+  Buffer description() {
+    Buffer buffer{};
+    buffer.version = ZIMG_API_VERSION;
+    for (std::size_t plane = 0; plane < planes_; ++plane) {
+      buffer.plane[plane].data = row(plane, 0);
+      buffer.plane[plane].stride = static_cast<std::ptrdiff_t>(blocksPerRow_ * alignment);
+      buffer.plane[plane].mask = mask_;
+    }
+    return buffer;
+  }
+
+  void unpack(const std::uint8_t* pixels, unsigned i, unsigned left, unsigned right) {
+    for (std::size_t plane = 0; plane < planes_; ++plane) {
+      std::uint8_t* samples = row(plane, i);
+      const std::uint8_t* channel = pixels + channelOfPlane[plane];
+      for (std::size_t x = left; x < right; ++x) samples[x] = channel[x * Bitmap::bytesPerPixel];
+    }
+  }
+
+  void pack(std::uint8_t* pixels, unsigned i, unsigned left, unsigned right) {
+    for (std::size_t plane = 0; plane < planes_; ++plane) {
+      const std::uint8_t* samples = row(plane, i);
+      std::uint8_t* channel = pixels + channelOfPlane[plane];
+      for (std::size_t x = left; x < right; ++x) channel[x * Bitmap::bytesPerPixel] = samples[x];
+    }
+  }
+
+ private:
+  const std::size_t planes_;
+  const unsigned mask_;
+  const std::size_t blocksPerRow_;
+  const std::size_t rows_;
+  std::vector<Block> blocks_;
+};
+
+/// What zimg's callbacks are given: the bitmap on their side of the work, and its rows.
+template <typename Pixels>
+struct Side {
+  Pixels& bitmap;
+  PlanarRows rows;
+};
+
+bool isOpaque(const Bitmap& bitmap) {
+  constexpr std::array<std::uint8_t, 8> alphaBytes{0, 0, 0, 0xFF, 0, 0, 0, 0xFF};
+  std::uint64_t all = ~std::uint64_t{0}, pair = 0, alpha = 0;
+  std::memcpy(&alpha, alphaBytes.data(), sizeof alpha);
+  const Data& pixels = bitmap.pixels;
+  std::size_t position = 0;
+  for (; pixels.size() - position >= sizeof pair; position += sizeof pair) {
+    std::memcpy(&pair, pixels.data() + position, sizeof pair);
+    all &= pair;
+  }
+  return (all & alpha) == alpha && (position == pixels.size() || pixels.back() == 0xFF);
+}
+
+zimg_image_format format(std::int64_t width, std::int64_t height, bool hasAlpha) {
+  zimg_image_format format;
+  zimg_image_format_default(&format, ZIMG_API_VERSION);
+  format.width = static_cast<unsigned>(width);
+  format.height = static_cast<unsigned>(height);
+  format.pixel_type = ZIMG_PIXEL_BYTE;
+  format.color_family = ZIMG_COLOR_RGB;
+  format.matrix_coefficients = ZIMG_MATRIX_RGB;
+  format.pixel_range = ZIMG_RANGE_FULL;
+  // Given straight alpha, zimg multiplies by it before the filter and divides after.
+  format.alpha = hasAlpha ? ZIMG_ALPHA_STRAIGHT : ZIMG_ALPHA_NONE;
+  return format;
+}
+
+zimg_graph_builder_params lanczos3() {
+  zimg_graph_builder_params params;
+  zimg_graph_builder_params_default(&params, ZIMG_API_VERSION);
+  params.resample_filter = ZIMG_RESIZE_LANCZOS;
+  params.filter_param_a = 3;
+  params.cpu_type = ZIMG_CPU_AUTO_64B;
+  return params;
+}
+
+}  // namespace
+
+Bitmap scaled(const Bitmap& source, const CGRect& region, std::int64_t width, std::int64_t height) {
+  if (!isWithinPixelLimit(width, height)) return {};
+  const bool hasAlpha = !isOpaque(source);
+  const std::size_t planes = hasAlpha ? allPlanes : colourPlanes;
+  zimg_image_format from = format(source.width, source.height, hasAlpha);
+  from.active_region = {region.origin.x, region.origin.y, region.size.width, region.size.height};
+  const zimg_image_format to = format(width, height, hasAlpha);
+  const zimg_graph_builder_params params = lanczos3();
+  const std::unique_ptr<zimg_filter_graph, decltype(&zimg_filter_graph_free)> graph(
+      zimg_filter_graph_build(&from, &to, &params), zimg_filter_graph_free);
+  if (!graph) return {};
+
+  unsigned inputRows = 0, outputRows = 0;
+  std::size_t workBytes = 0;
+  zimg_filter_graph_get_input_buffering(graph.get(), &inputRows);
+  zimg_filter_graph_get_output_buffering(graph.get(), &outputRows);
+  zimg_filter_graph_get_tmp_size(graph.get(), &workBytes);
+  std::vector<Block> work(workBytes / alignment + 1);
+
+  // All opaque to begin with: where there is no alpha plane, nothing else writes alpha.
+  Bitmap result{width, height,
+                Data(static_cast<std::size_t>(width * height * Bitmap::bytesPerPixel), 0xFF)};
+  Side<const Bitmap> input{source, {planes, source.width, source.height, inputRows}};
+  Side<Bitmap> output{result, {planes, width, height, outputRows}};
+  const auto unpack = [](void* user, unsigned i, unsigned left, unsigned right) {
+    auto& side = *static_cast<Side<const Bitmap>*>(user);
+    side.rows.unpack(side.bitmap.row(i), i, left, right);
+    return 0;
+  };
+  const auto pack = [](void* user, unsigned i, unsigned left, unsigned right) {
+    auto& side = *static_cast<Side<Bitmap>*>(user);
+    side.rows.pack(side.bitmap.row(i), i, left, right);
+    return 0;
+  };
+  const auto read = input.rows.description<zimg_image_buffer_const>();
+  const auto written = output.rows.description<zimg_image_buffer>();
+  const zimg_error_code_e error = zimg_filter_graph_process(
+      graph.get(), &read, &written, work.data(), unpack, &input, pack, &output);
+  return error == ZIMG_ERROR_SUCCESS ? std::move(result) : Bitmap{};
+}
+
+}  // namespace tarnwick

@@ -1,0 +1,211 @@
+#include <algorithm>
+#include <cmath>
+#include <csetjmp>
+#include <cstdio>
+#include <cstdlib>
+#include <new>
+
+// After <cstdio>, which it needs and does not include.
+#include <jpeglib.h>
+
+#include <jerror.h>
+
+#include "Tarnwick/Platform/ImageCodec.hpp"
+
+// The library reports a failure by a call that must not return, which leaves by longjmp. The
+// functions that it leaves, compress() and decompress(), hold nothing with a destructor: all that
+// has one belongs to their callers, encodeJPEG() and decodeJPEG().
+
+namespace tarnwick::ImageCodec {
+namespace {
+
+constexpr int scanLimit = 100;                          // of a progressive file
+constexpr std::int64_t coefficientLimit = 512'000'000;  // bytes held for one
+constexpr int extraneousByteLimit = 16;                 // before the end marker of a baseline file
+
+/// What the library calls on failures, warnings and progress; leads back to the caller.
+struct Errors : jpeg_error_mgr {
+  std::jmp_buf failure;
+
+  Errors() : jpeg_error_mgr{}, failure{} {
+    jpeg_std_error(this);
+    error_exit = fail;
+    emit_message = [](j_common_ptr, int) {};
+    output_message = [](j_common_ptr) {};
+  }
+
+  [[noreturn]] static void fail(j_common_ptr info) {
+    std::longjmp(static_cast<Errors*>(info->err)->failure, 1);
+  }
+};
+
+// --- Encoding ---
+
+/// One file in the making; its bytes are the library's, grown with malloc.
+struct Encoder {
+  Errors errors;
+  jpeg_compress_struct info{};
+  unsigned char* bytes = nullptr;
+  unsigned long size = 0;
+
+  Encoder() { info.err = &errors; }
+  ~Encoder() {
+    jpeg_destroy_compress(&info);
+    std::free(bytes);
+  }
+  Encoder(const Encoder&) = delete;
+  Encoder& operator=(const Encoder&) = delete;
+};
+
+int qualityFrom(float compressionFactor) {
+  if (std::isnan(compressionFactor)) return 1;
+  return static_cast<int>(std::lround(std::clamp(100.0F * compressionFactor, 1.0F, 100.0F)));
+}
+
+/// Colour at half the resolution both ways at low quality, at half across at medium quality and
+/// whole at high quality: coloured text cannot do with less.
+void setSampling(jpeg_compress_struct& info, int quality) {
+  constexpr int mediumQuality = 50, highQuality = 80;
+  info.comp_info[0].h_samp_factor = quality < highQuality ? 2 : 1;
+  info.comp_info[0].v_samp_factor = quality < mediumQuality ? 2 : 1;
+}
+
+bool compress(Encoder& encoder, const Bitmap& bitmap, int quality) {
+  jpeg_compress_struct& info = encoder.info;
+  if (setjmp(encoder.errors.failure) != 0) return false;
+  jpeg_create_compress(&info);
+  jpeg_mem_dest(&info, &encoder.bytes, &encoder.size);
+  info.image_width = static_cast<JDIMENSION>(bitmap.width);
+  info.image_height = static_cast<JDIMENSION>(bitmap.height);
+  info.input_components = Bitmap::bytesPerPixel;
+  info.in_color_space = JCS_EXT_BGRX;
+  jpeg_set_defaults(&info);
+  jpeg_set_quality(&info, quality, TRUE);
+  setSampling(info, quality);
+  info.dct_method = JDCT_ISLOW;
+  jpeg_start_compress(&info, TRUE);
+  while (info.next_scanline < info.image_height) {
+    // The library reads the row only; its interface predates const.
+    JSAMPROW row = const_cast<JSAMPROW>(bitmap.row(info.next_scanline));
+    jpeg_write_scanlines(&info, &row, 1);
+  }
+  jpeg_finish_compress(&info);
+  return true;
+}
+
+// --- Decoding ---
+
+struct Decoder {
+  Errors errors;
+  jpeg_decompress_struct info{};
+  jpeg_progress_mgr progress{};
+
+  Decoder() { info.err = &errors; }
+  ~Decoder() { jpeg_destroy_decompress(&info); }
+  Decoder(const Decoder&) = delete;
+  Decoder& operator=(const Decoder&) = delete;
+};
+
+/// Whether the message being emitted says that a few bytes stand before the end marker of a
+/// baseline file, as some cameras leave them.
+bool isPaddingBeforeEnd(const jpeg_decompress_struct& info) {
+  const auto& parameters = info.err->msg_parm.i;  // how many bytes, and the marker behind them
+  return info.err->msg_code == JWRN_EXTRANEOUS_DATA && info.progressive_mode == FALSE &&
+         parameters[0] <= extraneousByteLimit && parameters[1] == JPEG_EOI;
+}
+
+/// Once the scan has begun, every warning means that pixels would be guessed.
+void refuseDamage(j_common_ptr common, int level) {
+  const bool isWarning = level < 0;
+  if (isWarning && !isPaddingBeforeEnd(*reinterpret_cast<j_decompress_ptr>(common))) {
+    Errors::fail(common);
+  }
+}
+
+void refuseManyScans(j_common_ptr common) {
+  if (reinterpret_cast<j_decompress_ptr>(common)->input_scan_number > scanLimit) {
+    Errors::fail(common);
+  }
+}
+
+/// The memory that the library needs for a file of several scans, in bytes.
+std::int64_t coefficientBytes(const jpeg_decompress_struct& info) {
+  std::int64_t blocks = 0;
+  for (int i = 0; i < info.num_components; ++i) {
+    const jpeg_component_info& component = info.comp_info[i];
+    blocks += std::int64_t{component.width_in_blocks} * component.height_in_blocks;
+  }
+  return blocks * std::int64_t{sizeof(JBLOCK)};
+}
+
+/// Turns a row of C M Y K into B G R A. Files with an Adobe marker store the inks inverted.
+void convertInks(const JSAMPLE* inks, std::uint8_t* pixels, JDIMENSION width, bool isInverted) {
+  constexpr int full = 255;
+  const auto light = [&](JSAMPLE ink) { return isInverted ? ink : full - ink; };
+  for (JDIMENSION x = 0; x < width; ++x, inks += 4, pixels += Bitmap::bytesPerPixel) {
+    const int black = light(inks[3]);
+    for (int ink = 0; ink < 3; ++ink) {
+      pixels[2 - ink] = static_cast<std::uint8_t>((light(inks[ink]) * black + full / 2) / full);
+    }
+    pixels[3] = full;
+  }
+}
+
+bool readHeader(Decoder& decoder, const Data& file) {
+  jpeg_decompress_struct& info = decoder.info;
+  jpeg_create_decompress(&info);
+  jpeg_mem_src(&info, file.data(), static_cast<unsigned long>(file.size()));
+  jpeg_read_header(&info, TRUE);
+  const bool holdsCoefficients = jpeg_has_multiple_scans(&info) != FALSE;
+  return isWithinPixelLimit(info.image_width, info.image_height) &&
+         (!holdsCoefficients || coefficientBytes(info) <= coefficientLimit);
+}
+
+bool decompress(Decoder& decoder, const Data& file, Bitmap& bitmap) {
+  jpeg_decompress_struct& info = decoder.info;
+  if (setjmp(decoder.errors.failure) != 0) return false;
+  if (!readHeader(decoder, file)) return false;
+  const bool isInk = info.jpeg_color_space == JCS_CMYK || info.jpeg_color_space == JCS_YCCK;
+  info.out_color_space = isInk ? JCS_CMYK : JCS_EXT_BGRA;
+  info.dct_method = JDCT_ISLOW;
+  decoder.errors.emit_message = refuseDamage;
+  decoder.progress.progress_monitor = refuseManyScans;
+  info.progress = &decoder.progress;
+  jpeg_start_decompress(&info);
+  bitmap.width = info.output_width;
+  bitmap.height = info.output_height;
+  bitmap.pixels.reserve(bitmap.rowBytes() * info.output_height);
+  JSAMPARRAY inks = isInk ? info.mem->alloc_sarray(reinterpret_cast<j_common_ptr>(&info),
+                                                   JPOOL_IMAGE, info.output_width * 4, 1)
+                          : nullptr;
+  while (info.output_scanline < info.output_height) {
+    // Row by row, so that a file that ends early has touched no more memory than it filled.
+    const std::int64_t y = info.output_scanline;
+    bitmap.pixels.resize(bitmap.rowBytes() * static_cast<std::size_t>(y + 1));
+    JSAMPROW row = bitmap.row(y);
+    jpeg_read_scanlines(&info, isInk ? inks : &row, 1);
+    if (isInk) convertInks(inks[0], row, info.output_width, info.saw_Adobe_marker != FALSE);
+  }
+  jpeg_finish_decompress(&info);
+  return true;
+}
+
+}  // namespace
+
+std::optional<Data> encodeJPEG(const Bitmap& bitmap, float compressionFactor) {
+  if (std::max(bitmap.width, bitmap.height) > JPEG_MAX_DIMENSION) return std::nullopt;
+  Encoder encoder;
+  if (!compress(encoder, bitmap, qualityFrom(compressionFactor))) return std::nullopt;
+  return Data(encoder.bytes, encoder.bytes + encoder.size);
+}
+
+std::optional<Bitmap> decodeJPEG(const Data& file) try {
+  Decoder decoder;
+  Bitmap bitmap;
+  if (!decompress(decoder, file, bitmap)) return std::nullopt;
+  return bitmap;
+} catch (const std::bad_alloc&) {
+  return std::nullopt;
+}
+
+}  // namespace tarnwick::ImageCodec

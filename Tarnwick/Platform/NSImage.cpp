@@ -1,0 +1,84 @@
+#include "Tarnwick/Platform/NSImage.hpp"
+
+#include <cmath>
+#include <utility>
+
+#include "Tarnwick/Platform/ImageCodec.hpp"
+#include "Tarnwick/Platform/ImageDrawing.hpp"
+
+namespace tarnwick {
+namespace {
+
+/// The number of pixels for a length in units; none for a length that cannot have pixels.
+std::int64_t pixelCount(CGFloat length) {
+  const bool isUsable = length > 0 && length <= static_cast<CGFloat>(pixelLimit);
+  return isUsable ? static_cast<std::int64_t>(std::ceil(length)) : 0;
+}
+
+std::optional<Bitmap> transparentBitmap(const CGSize& size) {
+  const std::int64_t width = pixelCount(size.width), height = pixelCount(size.height);
+  if (!isWithinPixelLimit(width, height)) return std::nullopt;
+  return Bitmap{width, height,
+                Data(static_cast<std::size_t>(width * height * Bitmap::bytesPerPixel))};
+}
+
+CGSize sizeInPixels(const Bitmap& bitmap) {
+  return {static_cast<CGFloat>(bitmap.width), static_cast<CGFloat>(bitmap.height)};
+}
+
+bool hasMatchingPixels(const Bitmap& bitmap) {
+  constexpr std::int64_t sideLimit = std::int64_t{1} << 30;  // keeps the product in 64 bits
+  if (bitmap.width <= 0 || bitmap.height <= 0) return false;
+  if (bitmap.width > sideLimit || bitmap.height > sideLimit) return false;
+  const std::int64_t bytes = bitmap.width * bitmap.height * Bitmap::bytesPerPixel;
+  return bitmap.pixels.size() == static_cast<std::uint64_t>(bytes);
+}
+
+/// Pixels a unit along one side. An image whose pixels are its units rounded up has one.
+CGFloat scale(std::int64_t pixels, CGFloat units) {
+  const auto count = static_cast<CGFloat>(pixels);
+  return count == std::ceil(units) ? 1 : count / units;
+}
+
+/// A region given in logical units from the bottom left, in pixels from the top left.
+CGRect pixelRegion(const CGRect& region, const CGSize& size, const Bitmap& bitmap) {
+  const CGFloat across = scale(bitmap.width, size.width), down = scale(bitmap.height, size.height);
+  const CGFloat top = size.height - region.origin.y - region.size.height;
+  return {{region.origin.x * across, top * down},
+          {region.size.width * across, region.size.height * down}};
+}
+
+}  // namespace
+
+NSImage::NSImage(Private, const CGSize& size, std::optional<Bitmap> bitmap)
+    : size_(size), bitmap_(std::move(bitmap)) {}
+
+std::shared_ptr<NSImage> NSImage::create(const CGSize& size) {
+  return std::make_shared<NSImage>(Private{}, size, transparentBitmap(size));
+}
+
+std::shared_ptr<NSImage> NSImage::fromData(const Data& encoded) {
+  std::optional<Bitmap> bitmap = ImageCodec::decode(encoded);
+  return bitmap ? fromBitmap(std::move(*bitmap)) : nullptr;
+}
+
+std::shared_ptr<NSImage> NSImage::fromBitmap(Bitmap bitmap) {
+  if (!hasMatchingPixels(bitmap)) return nullptr;
+  return std::make_shared<NSImage>(Private{}, sizeInPixels(bitmap), std::move(bitmap));
+}
+
+void NSImage::draw(const NSImage& source, const CGRect& from, const CGRect& into) {
+  if (!bitmap_ || !source.bitmap_) return;
+  drawPixels(*source.bitmap_, pixelRegion(from, source.size_, *source.bitmap_), *bitmap_,
+             pixelRegion(into, size_, *bitmap_));
+}
+
+std::optional<Data> NSImage::jpegRepresentation(float compressionFactor) const {
+  return bitmap_ ? ImageCodec::encodeJPEG(*bitmap_, compressionFactor) : std::nullopt;
+}
+
+std::optional<Data> NSImage::pngRepresentation() const {
+  return bitmap_ ? ImageCodec::encodePNG(*bitmap_) : std::nullopt;
+}
+
+}  // namespace tarnwick

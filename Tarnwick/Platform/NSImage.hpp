@@ -1,0 +1,68 @@
+#pragma once
+
+#include <memory>
+#include <optional>
+
+#include "Tarnwick/Platform/Bitmap.hpp"
+#include "Tarnwick/Platform/Data.hpp"
+#include "Tarnwick/Platform/Geometry.hpp"
+
+namespace tarnwick {
+
+/// How an image is meant to fill an area larger than itself. Kept for whoever draws it; the
+/// framework's own drawing does not look at it.
+enum class ResizingMode { tile = 0, stretch = 1 };
+
+/// A picture: pixels, and a logical size which they fill. Shared by std::shared_ptr. Not locked:
+/// any number of threads may read an image at a time, or one thread may change it.
+class NSImage final {
+  struct Private {
+    explicit Private() = default;
+  };
+
+ public:
+  /// A transparent image of a logical size, with one pixel a unit and fractions rounded up. A size
+  /// that is empty, negative, not finite or over the pixel limit gives an image without bitmap.
+  [[nodiscard]] static std::shared_ptr<NSImage> create(const CGSize& size);
+
+  /// The image in a JPEG or PNG file, a unit a pixel. Null when the bytes are no complete image.
+  [[nodiscard]] static std::shared_ptr<NSImage> fromData(const Data& encoded);
+
+  /// An image of these pixels, a unit a pixel. Null when a side is not positive or the pixels do
+  /// not match the sides.
+  [[nodiscard]] static std::shared_ptr<NSImage> fromBitmap(Bitmap bitmap);
+
+  /// The logical size. Setting it leaves the pixels as they are.
+  [[nodiscard]] CGSize size() const { return size_; }
+  void setSize(const CGSize& size) { size_ = size; }
+
+  [[nodiscard]] ResizingMode resizingMode() const { return resizingMode_; }
+  void setResizingMode(ResizingMode mode) { resizingMode_ = mode; }
+
+  /// The pixels; null when there are none. Valid as long as the image is, and not drawn into.
+  [[nodiscard]] const Bitmap* bitmap() const { return bitmap_ ? &*bitmap_ : nullptr; }
+
+  /// Draws the region `from` of `source` over the region `into` of this image, alpha included, both
+  /// in their image's logical units from its bottom left. Where the two regions have as many pixels
+  /// these are copied, from whole positions; elsewhere they are scaled. What lies outside either
+  /// image changes nothing. `source` is another image.
+  void draw(const NSImage& source, const CGRect& from, const CGRect& into);
+
+  /// The pixels, at their own number and without alpha, as a JPEG file. `compressionFactor` runs
+  /// from 0.0, the smallest file, to 1.0, the best picture. Absent without a bitmap, or when a side
+  /// is over the 65,500 pixels that the encoder takes.
+  [[nodiscard]] std::optional<Data> jpegRepresentation(float compressionFactor) const;
+
+  /// The pixels exactly as they are as a PNG file. Absent without a bitmap.
+  [[nodiscard]] std::optional<Data> pngRepresentation() const;
+
+  /// Closed to others, who call one of the above.
+  NSImage(Private, const CGSize& size, std::optional<Bitmap> bitmap);
+
+ private:
+  CGSize size_;
+  ResizingMode resizingMode_ = ResizingMode::stretch;
+  std::optional<Bitmap> bitmap_;
+};
+
+}  // namespace tarnwick

@@ -1,0 +1,67 @@
+#include <png.h>
+
+#include <new>
+
+#include "Tarnwick/Platform/ImageCodec.hpp"
+
+namespace tarnwick::ImageCodec {
+namespace {
+
+/// libpng's simplified interface (libpng-manual.txt, section V), released with the block.
+struct Image : png_image {
+  Image() : png_image{} {
+    version = PNG_IMAGE_VERSION;
+    format = PNG_FORMAT_BGRA;
+  }
+  ~Image() { png_image_free(this); }
+  Image(const Image&) = delete;
+  Image& operator=(const Image&) = delete;
+};
+
+/// Whether the chunks of `file` run on to the end chunk: the library itself stops reading with the
+/// last row, and takes a file whose end is missing for a whole one.
+bool hasEnd(const Data& file) {
+  constexpr std::size_t signatureSize = 8, wordSize = 4, emptyChunkSize = 3 * wordSize;
+  std::size_t position = signatureSize;
+  while (file.size() - position >= emptyChunkSize) {
+    std::size_t length = 0;
+    for (std::size_t i = 0; i < wordSize; ++i) length = length << 8 | file[position + i];
+    const std::string_view kind = characters(file).substr(position + wordSize, wordSize);
+    if (kind == "IEND") return true;
+    if (length > file.size() - position - emptyChunkSize) return false;
+    position += emptyChunkSize + length;
+  }
+  return false;
+}
+
+}  // namespace
+
+std::optional<Bitmap> decodePNG(const Data& file) try {
+  Image image;
+  if (!png_image_begin_read_from_memory(&image, file.data(), file.size())) return std::nullopt;
+  if (!isWithinPixelLimit(image.width, image.height) || !hasEnd(file)) return std::nullopt;
+  image.format = PNG_FORMAT_BGRA;
+  Bitmap bitmap{image.width, image.height, Data(PNG_IMAGE_SIZE(image))};
+  if (!png_image_finish_read(&image, nullptr, bitmap.pixels.data(), 0, nullptr)) {
+    return std::nullopt;
+  }
+  return bitmap;
+} catch (const std::bad_alloc&) {
+  return std::nullopt;
+}
+
+std::optional<Data> encodePNG(const Bitmap& bitmap) {
+  Image image;
+  image.width = static_cast<png_uint_32>(bitmap.width);
+  image.height = static_cast<png_uint_32>(bitmap.height);
+  if (image.width != bitmap.width || image.height != bitmap.height) return std::nullopt;
+  Data file(PNG_IMAGE_PNG_SIZE_MAX(image));
+  png_alloc_size_t size = file.size();
+  if (!png_image_write_to_memory(&image, file.data(), &size, 0, bitmap.pixels.data(), 0, nullptr)) {
+    return std::nullopt;
+  }
+  file.resize(size);
+  return file;
+}
+
+}  // namespace tarnwick::ImageCodec
