@@ -1,0 +1,205 @@
+#include "Tarnwick/UDPClient.hpp"
+
+#include <arpa/inet.h>
+#include <fcntl.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <chrono>
+#include <system_error>
+#include <utility>
+
+#include "Tarnwick/Platform/Log.hpp"
+#include "Tarnwick/Platform/NSThread.hpp"
+#include "Tarnwick/Platform/Text.hpp"
+#include "Tarnwick/UDPError.hpp"
+
+namespace tarnwick {
+namespace {
+
+using namespace std::chrono_literals;
+
+constexpr int noDescriptor = -1;
+constexpr double threadPriority = 0.6;
+constexpr auto pause = 1ms;        // between two passes of the send thread
+constexpr auto responseTime = 1s;  // for which a caller waits for a reply
+
+/// More than a datagram over IPv4 can carry (RFC 768, RFC 791): what is longer fails all the same.
+constexpr std::int64_t largestBuffer = 65535;
+
+int openSocket() {
+  const int descriptor = ::socket(AF_INET, SOCK_DGRAM, IPPROTO_UDP);
+  if (descriptor == -1) throw UDPError(UDPError::noSocket);
+  if (fcntl(descriptor, F_SETFL, O_NONBLOCK) == -1) throw UDPError(UDPError::setupForNonBlocking);
+  return descriptor;
+}
+
+sockaddr_in peerAddress(const std::string& text, std::uint16_t port) {
+  sockaddr_in address{};
+  address.sin_family = AF_INET;
+  address.sin_port = htons(port);
+  if (inet_aton(text.c_str(), &address.sin_addr) == 0) throw UDPError(UDPError::badAddress);
+  return address;
+}
+
+}  // namespace
+
+UDPClient::UDPClient(Private, std::string name, const std::string& serverIPAddress,
+                     std::uint16_t serverPort, std::shared_ptr<UDPClientDelegate> delegate)
+    : theSocket_(openSocket()),
+      serverAddress_(peerAddress(serverIPAddress, serverPort)),
+      delegate_(std::move(delegate)),
+      name_(std::move(name)) {
+  if (!threadLock_.isUsable()) throw UDPError(UDPError::threadLock);
+}
+
+std::shared_ptr<UDPClient> UDPClient::create(std::string name, const std::string& serverIPAddress,
+                                             std::uint16_t serverPort) {
+  return create(std::move(name), serverIPAddress, serverPort, nullptr);
+}
+
+std::shared_ptr<UDPClient> UDPClient::create(std::string name, const std::string& serverIPAddress,
+                                             std::uint16_t serverPort,
+                                             std::shared_ptr<UDPClientDelegate> delegate) {
+  return std::make_shared<UDPClient>(Private{}, std::move(name), serverIPAddress, serverPort,
+                                     std::move(delegate));
+}
+
+std::shared_ptr<UDPClient> UDPClient::create(std::string name, const std::string& serverIPAddress,
+                                             std::uint16_t serverPort, std::int64_t bufferSize) {
+  return create(std::move(name), serverIPAddress, serverPort, bufferSize, nullptr);
+}
+
+std::shared_ptr<UDPClient> UDPClient::create(std::string name, const std::string& serverIPAddress,
+                                             std::uint16_t serverPort, std::int64_t bufferSize,
+                                             std::shared_ptr<UDPClientDelegate> delegate) {
+  auto client = create(std::move(name), serverIPAddress, serverPort, std::move(delegate));
+  client->setBufferLimit(std::min(client->bufferLimit(), bufferSize));
+  return client;
+}
+
+void UDPClient::beginOperation() {
+  logLine("Begin Operation for " + name());
+  const std::optional<RunFlag::Run> run = okToRun_.begin();
+  if (!run) throw UDPError(UDPError::alreadyInProgress);
+  const int socket = theSocket_.exchange(noDescriptor);
+  try {
+    NSThread::detachNewThread(
+        [client = shared_from_this(), socket, run = *run] { client->sendProcess(socket, run); });
+  } catch (const std::system_error&) {
+    theSocket_ = socket;
+    okToRun_.end();
+    throw;
+  }
+}
+
+void UDPClient::endOperation() {
+  logLine("End Operation for " + name());
+  okToRun_.end();
+  resetMessageQueue();
+}
+
+void UDPClient::send(std::string_view message) {
+  if (!isValidUTF8(message)) return;
+  send(bytes(message));
+}
+
+void UDPClient::send(Data data) {
+  const MutexLock lock(threadLock_);
+  // By design a full queue is not trimmed by one: all that waits has been overtaken.
+  if (sendQueue_.size() >= maxQueueLength_) sendQueue_.clear();
+  sendQueue_.push_back(std::move(data));
+}
+
+void UDPClient::send(std::string_view message,
+                     const std::function<void(std::optional<Data>)>& completion) {
+  {
+    const MutexLock lock(threadLock_);
+    useSemaphore_ = true;
+  }
+  send(message);
+  std::optional<Data> response;
+  if (semaphore_.wait(responseTime)) {
+    const MutexLock lock(threadLock_);
+    response = responseForNotify_;
+  }
+  completion(std::move(response));
+  const MutexLock lock(threadLock_);
+  useSemaphore_ = false;
+}
+
+void UDPClient::resetMessageQueue() {
+  std::deque<Data> dropped;
+  const MutexLock lock(threadLock_);
+  sendQueue_.swap(dropped);
+}
+
+std::string UDPClient::name() const {
+  const MutexLock lock(threadLock_);
+  return name_;
+}
+
+void UDPClient::setName(std::string name) {
+  const MutexLock lock(threadLock_);
+  name_ = std::move(name);
+}
+
+void UDPClient::sendProcess(int socket, RunFlag::Run run) {
+  const auto capacity = std::clamp<std::int64_t>(bufferLimit_, 0, largestBuffer);
+  Transfer transfer{.socket = socket, .buffer = Data(static_cast<std::size_t>(capacity))};
+  NSThread::setThreadPriority(threadPriority);
+  logLine("Send process running for " + name());
+  while (okToRun_.isRunning(run)) {
+    sendDatagram(transfer);
+    receiveResponse(transfer);
+    NSThread::sleep(pause);
+  }
+  if (socket != noDescriptor) close(socket);
+}
+
+void UDPClient::sendDatagram(Transfer& transfer) {
+  const MutexLock lock(threadLock_);
+  // Nothing waits: the rest of the current message waits too. It leaves as soon as another message
+  // stands behind it, which is what keeps one message a datagram the normal case.
+  if (sendQueue_.empty()) return;
+  if (transfer.offset == transfer.current.size()) {
+    transfer.current = std::move(sendQueue_.front());
+    transfer.offset = 0;
+    sendQueue_.pop_front();
+  }
+  const std::size_t length =
+      std::min(limit(transfer.buffer.size()), transfer.current.size() - transfer.offset);
+  const ssize_t sent =
+      sendto(transfer.socket, transfer.current.data() + transfer.offset, length, 0,
+             reinterpret_cast<const sockaddr*>(&serverAddress_), transfer.addressLength);
+  if (sent != -1) transfer.offset += length;  // else the same piece is tried again
+}
+
+void UDPClient::receiveResponse(Transfer& transfer) {
+  Data& buffer = transfer.buffer;
+  // Whoever answers is the peer from now on: its address takes the place of the old one.
+  const ssize_t received =
+      recvfrom(transfer.socket, buffer.data(), limit(buffer.size()), 0,
+               reinterpret_cast<sockaddr*>(&serverAddress_), &transfer.addressLength);
+  if (received == -1) return;
+  const Data response(buffer.begin(), buffer.begin() + received);
+  notifyWaitingCaller(response);
+  if (delegate_) delegate_->receivedResponse(response);
+}
+
+void UDPClient::notifyWaitingCaller(const Data& response) {
+  {
+    const MutexLock lock(threadLock_);
+    if (!useSemaphore_) return;
+    responseForNotify_ = response;
+  }
+  semaphore_.signal();
+}
+
+std::size_t UDPClient::limit(std::size_t capacity) const {
+  const auto most = static_cast<std::int64_t>(capacity);
+  return static_cast<std::size_t>(std::clamp<std::int64_t>(bufferLimit_, 0, most));
+}
+
+}  // namespace tarnwick

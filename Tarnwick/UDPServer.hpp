@@ -1,0 +1,100 @@
+#pragma once
+
+#include <netinet/in.h>
+
+#include <atomic>
+#include <cstdint>
+#include <deque>
+#include <memory>
+#include <optional>
+#include <string>
+
+#include "Tarnwick/Platform/Data.hpp"
+#include "Tarnwick/Platform/Mutex.hpp"
+#include "Tarnwick/Platform/RunFlag.hpp"
+
+namespace tarnwick {
+
+/// Asked for a reply to each datagram that an endpoint has received.
+class UDPServerDelegate {
+ public:
+  virtual ~UDPServerDelegate() = default;
+
+  /// Called on the receive thread after a datagram was queued, one call at a time; the next one is
+  /// not read before it returns. It fetches the datagram with UDPServer::recieve(), and returns the
+  /// bytes to send back to its sender, if any. It must not throw. After endOperation() one call
+  /// more, which was under way, may come.
+  [[nodiscard]] virtual std::optional<Data> processMessageForResponse() = 0;
+};
+
+/// An endpoint bound to a UDP port on all IPv4 interfaces. Once begun, a thread of its own polls
+/// the socket without pause, queues every datagram and asks the delegate for a reply. The thread
+/// keeps the endpoint alive until it ends. Any thread may call any member.
+class UDPServer final : public std::enable_shared_from_this<UDPServer> {
+  struct Private {
+    explicit Private() = default;
+  };
+
+ public:
+  /// Binds `port`; nothing is read before beginOperation(). `name` labels the log lines.
+  /// `bufferSize` is the longest datagram in bytes, at most 65500: what is longer is cut to it. The
+  /// delegate, null for none, is held strongly. Throws UDPError: noSocket, setupForNonBlocking,
+  /// bindSocket or threadLock. A socket that is not begun, or of a failed call, stays open until
+  /// the process ends.
+  [[nodiscard]] static std::shared_ptr<UDPServer> create(std::string name, std::uint16_t port);
+  [[nodiscard]] static std::shared_ptr<UDPServer> create(
+      std::string name, std::uint16_t port, std::shared_ptr<UDPServerDelegate> delegate);
+  [[nodiscard]] static std::shared_ptr<UDPServer> create(
+      std::string name, std::uint16_t port, std::int64_t bufferSize,
+      std::shared_ptr<UDPServerDelegate> delegate);
+
+  UDPServer(const UDPServer&) = delete;
+  UDPServer& operator=(const UDPServer&) = delete;
+
+  /// Starts the receive thread. Throws UDPError::alreadyInProgress while it runs, and
+  /// std::system_error when no thread can be started, which changes nothing. An endpoint that was
+  /// ended may be begun again, but receives nothing any more: its socket is gone.
+  void beginOperation();
+
+  /// Lets the receive thread end with its pass under way, and close the socket. Returns at once.
+  /// What is queued stays queued.
+  void endOperation();
+
+  /// Takes the oldest datagram off the queue; absent when there is none. Never waits. (The spelling
+  /// is intended: it is the name that applications call.)
+  [[nodiscard]] std::optional<Data> recieve();
+
+  /// Drops every queued datagram.
+  void clearRxQueue();
+
+  /// The longest datagram read, in bytes; more than 65500, or less than nothing, may be set here.
+  /// Lowering takes effect with the next datagram, raising above the size that the receive thread
+  /// began with does not.
+  [[nodiscard]] std::int64_t bufferLimit() const { return bufferLimit_; }
+  void setBufferLimit(std::int64_t limit) { bufferLimit_ = limit; }
+
+  [[nodiscard]] std::string name() const;
+  void setName(std::string name);
+
+  /// Closed to others, who call create().
+  UDPServer(Private, std::string name, std::uint16_t port,
+            std::shared_ptr<UDPServerDelegate> delegate);
+
+ private:
+  void receiveProcess(int socket, RunFlag::Run run);
+  void receiveDatagram(int socket, Data& buffer);
+  void reply(int socket, const Data& response, socklen_t addressLength);
+  [[nodiscard]] std::size_t limit(std::size_t capacity) const;
+
+  std::atomic<int> theSocket_;  // handed to the first receive thread, which closes it; then -1
+  sockaddr_in serverAddress_;   // the local address; then, on the receive thread, the last sender's
+  std::deque<Data> receiveQueue_ TARNWICK_GUARDED_BY(threadLock_);
+  RunFlag okToRun_;
+  mutable Mutex threadLock_;
+  // A receiver is its endpoint's delegate and owns it: the two keep each other alive, on purpose.
+  const std::shared_ptr<UDPServerDelegate> delegate_;
+  std::atomic<std::int64_t> bufferLimit_ = 65500;
+  std::string name_ TARNWICK_GUARDED_BY(threadLock_);
+};
+
+}  // namespace tarnwick
