@@ -1,0 +1,33 @@
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <utility>
+
+#include "Tarnwick/BaseStreamOperation.hpp"
+#include "Tarnwick/Platform/Geometry.hpp"
+#include "Tarnwick/Platform/NSImage.hpp"
+#include "Tarnwick/RxImageFrame.hpp"
+
+namespace tarnwick {
+
+/// Turns a complete buffer into an image with its bounds. The result is there when the operation is
+/// finished, and belongs to the completion block; a cancelled operation has none.
+class RxStreamImageOperation final : public BaseStreamOperation {
+ public:
+  /// Takes over the buffer, which must not be null and which nobody else may use from now on.
+  explicit RxStreamImageOperation(std::shared_ptr<RxImageFrame> frame) : frame_(std::move(frame)) {}
+  RxStreamImageOperation() = delete;
+
+  void main() override;
+
+ private:
+  const std::shared_ptr<RxImageFrame> frame_;
+
+ public:
+  std::shared_ptr<NSImage> image;  ///< null when bytes are missing, or are no complete image
+  std::optional<CGRect> bounds;    ///< those of the buffer, whenever no bytes are missing
+};
+
+}  // namespace tarnwick
