@@ -1,0 +1,104 @@
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "Tarnwick/Platform/Data.hpp"
+#include "Tarnwick/Platform/Geometry.hpp"
+#include "Tarnwick/Platform/NSImage.hpp"
+#include "Tarnwick/Platform/NSOperationQueue.hpp"
+#include "Tarnwick/RxImageFrame.hpp"
+#include "Tarnwick/RxResponse.hpp"
+#include "Tarnwick/UDPServer.hpp"
+
+namespace tarnwick {
+
+/// What an application is told of an image stream. The call may not throw.
+class RxImageUDPDelegate {
+ public:
+  virtual ~RxImageUDPDelegate() = default;
+
+  /// An image is complete and decoded; never null, and the application's own. `bounds` is the
+  /// rectangle that it covers, in pixels of the sender's screen from its top left, or absent when
+  /// it is the whole screen. Called on a thread of the receiver's operation queue, one call at a
+  /// time, in the order in which the images became complete; images complete by then may still come
+  /// after endOperation().
+  virtual void imageReceived(std::shared_ptr<NSImage> image, std::optional<CGRect> bounds) = 0;
+};
+
+/// Receives images of a peer's screen on a UDP port: the peer announces each one, the whole screen
+/// or a rectangle of it, and sends its file, and the delegate is given decoded images. Somebody
+/// must drain DispatchQueue::main(), over which completed images are handed on. Any thread may
+/// begin and end it; it lives until the process ends.
+class RxImageUDP final : public UDPServerDelegate, public std::enable_shared_from_this<RxImageUDP> {
+  struct Private {
+    explicit Private() = default;
+  };
+
+ public:
+  /// Binds `port`. `name` labels the log lines; `bufferSize` is the longest datagram in bytes, at
+  /// most 65500; the delegate, null for none, is held strongly. Throws UDPError as
+  /// UDPServer::create().
+  [[nodiscard]] static std::shared_ptr<RxImageUDP> create(
+      std::string name, std::uint16_t port, std::int64_t bufferSize,
+      std::shared_ptr<RxImageUDPDelegate> delegate);
+
+  /// Closed to others, who call create().
+  RxImageUDP(Private, std::shared_ptr<RxImageUDPDelegate> delegate);
+  ~RxImageUDP() override;
+  RxImageUDP(const RxImageUDP&) = delete;
+  RxImageUDP& operator=(const RxImageUDP&) = delete;
+
+  /// Starts receiving. Throws UDPError::alreadyInProgress while it does, and std::system_error when
+  /// no thread can be started. A receiver that was ended hears nothing any more: create a new one.
+  void beginOperation();
+
+  /// Stops receiving, and cancels the images that wait to be handed over. Returns at once.
+  void endOperation();
+
+  /// Whether the receiver was begun and not ended.
+  [[nodiscard]] bool isActive() const { return isActive_; }
+
+  /// The fields of a message between "|" and "~", without the empty ones.
+  [[nodiscard]] std::vector<std::string> splitMessage(std::string_view message) const;
+
+  /// Whether `pin` is the pairing PIN, character for character. The PIN is an answer to the peer
+  /// and nothing more: images are received whether or not it was ever offered.
+  [[nodiscard]] bool approveConnection(std::string_view pin) const;
+
+  /// What a datagram is in an image stream. A text without any field is a fatal error.
+  [[nodiscard]] static RxMessage classify(Data datagram);
+
+  /// Handles the endpoint's next datagram and returns the reply. Called on the receive thread.
+  [[nodiscard]] std::optional<Data> processMessageForResponse() override;
+
+  /// Acts on a classified message and returns the reply. Called on the receive thread. An
+  /// announcement whose size is no integer, or whose rectangle is none, is ignored; a coordinate
+  /// that does not fit an integer is a fatal error, as for makeCGRect().
+  std::optional<Data> handleMessage(std::optional<Data> data,
+                                    std::optional<std::vector<std::string>> params,
+                                    RxResponse response);
+
+ private:
+  void appendChunk(Data chunk);
+  void announceImage(const std::vector<std::string>& params);
+  [[nodiscard]] Data answerPin(const std::optional<std::vector<std::string>>& params) const;
+  void deliver(std::shared_ptr<RxImageFrame> frame);
+
+  // Fixed after construction.
+  NSOperationQueue operationQueue_;
+  std::shared_ptr<UDPServer> server_;  // and it owns us: the two keep each other alive, on purpose
+
+  // Used by the receive thread only.
+  std::shared_ptr<RxImageFrame> currentFrame_;
+
+  const std::shared_ptr<RxImageUDPDelegate> delegate_;  // fixed after construction
+  std::atomic<bool> isActive_ = false;
+};
+
+}  // namespace tarnwick
