@@ -1,0 +1,70 @@
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+#include <memory>
+#include <string>
+
+#include "Tarnwick/Platform/Data.hpp"
+#include "Tarnwick/Platform/Geometry.hpp"
+#include "Tarnwick/Platform/NSImage.hpp"
+#include "Tarnwick/Platform/NSOperationQueue.hpp"
+#include "Tarnwick/UDPClient.hpp"
+
+namespace tarnwick {
+
+/// Sends images of a screen to one peer over UDP/IPv4. Images are encoded one at a time on a thread
+/// of the sender's own, in the order in which they were given. Any thread may call any member but
+/// where a call says that it waits. It lives until the process ends.
+///
+/// An image leaves at once when its file fits one datagram. The rest of a larger one leaves while
+/// something is queued behind it: send another image, however small, after it.
+class TxImageUDP final : public UDPClientDelegate {
+  struct Private {
+    explicit Private() = default;
+  };
+
+ public:
+  /// Aims at a peer. `name` labels the log lines, `chunkSize` is the longest datagram in bytes, at
+  /// most 65500. Throws UDPError as UDPClient::create().
+  [[nodiscard]] static std::shared_ptr<TxImageUDP> create(std::string name,
+                                                          const std::string& serverIPAddress,
+                                                          std::uint16_t serverPort,
+                                                          std::int64_t chunkSize);
+
+  /// Closed to others, who call create().
+  explicit TxImageUDP(Private);
+  TxImageUDP(const TxImageUDP&) = delete;
+  TxImageUDP& operator=(const TxImageUDP&) = delete;
+
+  /// Starts sending, says "starting" to the peer and waits up to one second for an answer, which
+  /// changes nothing. Throws UDPError::alreadyInProgress while it sends, and std::system_error when
+  /// no thread can be started.
+  void beginOperation();
+
+  /// Drops what has not left, says "End" to the peer and stops. Waits for two seconds; do not call
+  /// it from a thread that sends.
+  void endOperation();
+
+  /// Whether the stream was begun and not ended. Nothing here depends on it, so it may be set.
+  [[nodiscard]] bool isActive() const { return isActive_; }
+  void setIsActive(bool isActive) { isActive_ = isActive; }
+
+  /// Queues an image and returns at once, also before beginOperation(). `rect` is what it shows of
+  /// the screen, in pixels from the top left, and is not sent when it shows the whole
+  /// (`fullScreen`); `frame` is the caller's number for the log; `compression` runs from 0.0, the
+  /// smallest file, to 1.0, the best picture. Nobody may change the image from now on. An image
+  /// without a bitmap is a fatal error, as is a rectangle to be sent that does not fit integers.
+  void send(std::shared_ptr<NSImage> image, const CGRect& rect, std::uint64_t frame,
+            bool fullScreen, float compression);
+
+  /// Logs the peer's reply if it is text. Called on the send thread.
+  void receivedResponse(const Data& data) override;
+
+ private:
+  NSOperationQueue operationQueue_;    // fixed after construction
+  std::shared_ptr<UDPClient> client_;  // and it owns us: the two keep each other alive, on purpose
+  std::atomic<bool> isActive_ = false;
+};
+
+}  // namespace tarnwick

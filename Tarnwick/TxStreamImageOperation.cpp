@@ -1,0 +1,51 @@
+#include "Tarnwick/TxStreamImageOperation.hpp"
+
+#include <string>
+
+#include "Tarnwick/Platform/Arithmetic.hpp"
+#include "Tarnwick/Platform/FatalError.hpp"
+#include "Tarnwick/Platform/Log.hpp"
+#include "Tarnwick/Platform/Text.hpp"
+
+namespace tarnwick {
+namespace {
+
+/// The image's bytes as a JPEG file, if it can be encoded. That it has a bitmap is the caller's
+/// part.
+std::optional<Data> encoded(const std::shared_ptr<NSImage>& image, float compression) {
+  if (!image || !image->bitmap()) {
+    fatalError("Unexpectedly found nil while unwrapping an Optional value");
+  }
+  return image->jpegRepresentation(compression);
+}
+
+std::string coordinate(CGFloat value) { return "~" + std::to_string(truncated(value)); }
+
+std::string header(const ImagePacket& packet, std::size_t size) {
+  const std::string announcement = "Size|" + std::to_string(size);
+  if (packet.fullScreen) return announcement;
+  const auto& [origin, extent] = packet.rect;
+  return announcement + "|Rect|" + coordinate(origin.x) + coordinate(origin.y) +
+         coordinate(extent.width) + coordinate(extent.height);
+}
+
+}  // namespace
+
+void TxStreamImageOperation::main() {
+  if (isCancelled()) {
+    finish(true);
+    return;
+  }
+  executing(true);
+  std::optional<Data> file = encoded(packet.image, compression);
+  if (file) {
+    client->send(header(packet, file->size()));
+    const float kilobytes = static_cast<float>(file->size()) / 1024;
+    logLine("sending " + shortestDecimal(kilobytes) + "k image");
+    client->send(std::move(*file));
+  }
+  executing(false);
+  finish(true);
+}
+
+}  // namespace tarnwick

@@ -1,0 +1,30 @@
+#pragma once
+
+#include <memory>
+#include <utility>
+
+#include "Tarnwick/BaseStreamOperation.hpp"
+#include "Tarnwick/ImagePacket.hpp"
+#include "Tarnwick/UDPClient.hpp"
+
+namespace tarnwick {
+
+/// Sends one image: encodes it as JPEG, queues the text that announces it and then its bytes on the
+/// client, whose business they are from there on. Encoding that gives nothing sends nothing. An
+/// image without a bitmap, and a rectangle to be sent that does not fit integers, are fatal errors.
+class TxStreamImageOperation final : public BaseStreamOperation {
+ public:
+  /// `endpoint` must not be null. `factor`, the compression factor, runs from 0.0, the smallest
+  /// file, to 1.0, the best picture.
+  TxStreamImageOperation(ImagePacket image, std::shared_ptr<UDPClient> endpoint, float factor)
+      : packet(std::move(image)), client(std::move(endpoint)), compression(factor) {}
+  TxStreamImageOperation() = delete;
+
+  void main() override;
+
+  const ImagePacket packet;
+  const std::shared_ptr<UDPClient> client;
+  const float compression;
+};
+
+}  // namespace tarnwick
