@@ -22,7 +22,7 @@ std::optional<Data> encoded(const std::shared_ptr<NSImage>& image, float compres
 std::string coordinate(CGFloat value) { return "~" + std::to_string(truncated(value)); }
 
 std::string header(const ImagePacket& packet, std::size_t size) {
-  const std::string announcement = "Size|" + std::to_string(size);
+  std::string announcement = "Size|" + std::to_string(size);
   if (packet.fullScreen) return announcement;
   const auto& [origin, extent] = packet.rect;
   return announcement + "|Rect|" + coordinate(origin.x) + coordinate(origin.y) +

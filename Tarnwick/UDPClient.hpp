@@ -85,6 +85,7 @@ class UDPClient final : public std::enable_shared_from_this<UDPClient> {
   /// Queues a text and waits up to one second for the next reply, from whomever; then calls
   /// `completion`, before it returns, with the reply or with none. A reply that came after an
   /// earlier call had given up may answer this one at once: it is kept until somebody waits.
+  /// `completion` must not be empty, and must not throw.
   void send(std::string_view message, const std::function<void(std::optional<Data>)>& completion);
 
   /// Drops the messages that wait; not the rest of one that has begun to leave.

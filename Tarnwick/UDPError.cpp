@@ -1,5 +1,7 @@
 #include "Tarnwick/UDPError.hpp"
 
+#include "Tarnwick/Platform/NeverDestroyed.hpp"
+
 namespace tarnwick {
 namespace {
 
@@ -20,8 +22,8 @@ std::optional<UDPError> UDPError::fromRawValue(std::int64_t rawValue) noexcept {
 }
 
 std::error_code UDPError::code() const noexcept {
-  static const Category category;
-  return {static_cast<int>(case_), category};
+  static NeverDestroyed<Category> category;
+  return {static_cast<int>(case_), *category};
 }
 
 const char* UDPError::what() const noexcept {

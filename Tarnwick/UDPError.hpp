@@ -37,7 +37,7 @@ class UDPError final : public std::exception, public LocalizedError {
   };
 
   /// Implicit, so that a case is thrown and compared by its name alone.
-  UDPError(Case value) noexcept : case_(value) {}
+  UDPError(Case value) noexcept : case_(value) {}  // NOLINT(google-explicit-constructor)
 
   /// The error with this raw value; absent when there is none.
   [[nodiscard]] static std::optional<UDPError> fromRawValue(std::int64_t rawValue) noexcept;

@@ -5,9 +5,10 @@
 
 #include <array>
 #include <cerrno>
-#include <new>
 #include <system_error>
 #include <utility>
+
+#include "Tarnwick/Platform/NeverDestroyed.hpp"
 
 namespace tarnwick {
 
@@ -45,8 +46,7 @@ class DispatchQueue::Turn {
 };
 
 DispatchQueue& DispatchQueue::main() {
-  alignas(DispatchQueue) static std::array<std::byte, sizeof(DispatchQueue)> storage;
-  static DispatchQueue* const queue = ::new (storage.data()) DispatchQueue;
+  static NeverDestroyed<DispatchQueue> queue;
   return *queue;
 }
 
@@ -108,13 +108,13 @@ std::function<void()> DispatchQueue::takeFirst() {
   return block;
 }
 
-void DispatchQueue::markReadable() {
+void DispatchQueue::markReadable() const {
   const char byte = 0;
   if (writeEnd_ != -1) [[maybe_unused]]
     const auto written = write(writeEnd_, &byte, sizeof byte);
 }
 
-void DispatchQueue::markUnreadable() {
+void DispatchQueue::markUnreadable() const {
   char byte = 0;
   if (readEnd_ != -1) [[maybe_unused]]
     const auto count = read(readEnd_, &byte, sizeof byte);

@@ -10,6 +10,9 @@
 
 namespace tarnwick {
 
+template <typename Value>
+class NeverDestroyed;
+
 /// The main queue: blocks that wait to be run one after another, in the order in which they came.
 /// The framework hands every completed object over through it, so an application must drain it:
 /// with run() on a thread of its own choice, or with drain() from its own event loop whenever
@@ -42,14 +45,16 @@ class DispatchQueue {
   [[nodiscard]] int fileDescriptor();
 
  private:
+  friend class NeverDestroyed<DispatchQueue>;
+
   DispatchQueue() = default;
   ~DispatchQueue() = default;
 
   class Turn;
 
   std::function<void()> takeFirst() TARNWICK_EXCLUDES(lock_);
-  void markReadable() TARNWICK_REQUIRES(lock_);
-  void markUnreadable() TARNWICK_REQUIRES(lock_);
+  void markReadable() const TARNWICK_REQUIRES(lock_);
+  void markUnreadable() const TARNWICK_REQUIRES(lock_);
 
   Mutex lock_;
   std::condition_variable_any changed_;

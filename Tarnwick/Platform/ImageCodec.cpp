@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <array>
 
-namespace tarnwick::ImageCodec {
+namespace tarnwick {
 namespace {
 
 constexpr std::array<std::uint8_t, 3> jpegBeginning{0xFF, 0xD8, 0xFF};
@@ -16,10 +16,10 @@ bool beginsWith(const Data& file, const std::array<std::uint8_t, Size>& beginnin
 
 }  // namespace
 
-std::optional<Bitmap> decode(const Data& file) {
+std::optional<Bitmap> ImageCodec::decode(const Data& file) {
   if (beginsWith(file, jpegBeginning)) return decodeJPEG(file);
   if (beginsWith(file, pngBeginning)) return decodePNG(file);
   return std::nullopt;
 }
 
-}  // namespace tarnwick::ImageCodec
+}  // namespace tarnwick

@@ -16,7 +16,7 @@
 // functions that it leaves, compress() and decompress(), hold nothing with a destructor: all that
 // has one belongs to their callers, encodeJPEG() and decodeJPEG().
 
-namespace tarnwick::ImageCodec {
+namespace tarnwick {
 namespace {
 
 constexpr int scanLimit = 100;                          // of a progressive file
@@ -25,9 +25,9 @@ constexpr int extraneousByteLimit = 16;                 // before the end marker
 
 /// What the library calls on failures, warnings and progress; leads back to the caller.
 struct Errors : jpeg_error_mgr {
-  std::jmp_buf failure;
+  std::jmp_buf failure{};
 
-  Errors() : jpeg_error_mgr{}, failure{} {
+  Errors() : jpeg_error_mgr{} {
     jpeg_std_error(this);
     error_exit = fail;
     emit_message = [](j_common_ptr, int) {};
@@ -86,7 +86,7 @@ bool compress(Encoder& encoder, const Bitmap& bitmap, int quality) {
   jpeg_start_compress(&info, TRUE);
   while (info.next_scanline < info.image_height) {
     // The library reads the row only; its interface predates const.
-    JSAMPROW row = const_cast<JSAMPROW>(bitmap.row(info.next_scanline));
+    auto* row = const_cast<JSAMPROW>(bitmap.row(info.next_scanline));
     jpeg_write_scanlines(&info, &row, 1);
   }
   jpeg_finish_compress(&info);
@@ -192,14 +192,14 @@ bool decompress(Decoder& decoder, const Data& file, Bitmap& bitmap) {
 
 }  // namespace
 
-std::optional<Data> encodeJPEG(const Bitmap& bitmap, float compressionFactor) {
+std::optional<Data> ImageCodec::encodeJPEG(const Bitmap& bitmap, float compressionFactor) {
   if (std::max(bitmap.width, bitmap.height) > JPEG_MAX_DIMENSION) return std::nullopt;
   Encoder encoder;
   if (!compress(encoder, bitmap, qualityFrom(compressionFactor))) return std::nullopt;
   return Data(encoder.bytes, encoder.bytes + encoder.size);
 }
 
-std::optional<Bitmap> decodeJPEG(const Data& file) try {
+std::optional<Bitmap> ImageCodec::decodeJPEG(const Data& file) try {
   Decoder decoder;
   Bitmap bitmap;
   if (!decompress(decoder, file, bitmap)) return std::nullopt;
@@ -208,4 +208,4 @@ std::optional<Bitmap> decodeJPEG(const Data& file) try {
   return std::nullopt;
 }
 
-}  // namespace tarnwick::ImageCodec
+}  // namespace tarnwick

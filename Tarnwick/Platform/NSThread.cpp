@@ -6,11 +6,13 @@
 #include <thread>
 #include <utility>
 
-namespace tarnwick::NSThread {
+namespace tarnwick {
 
-void detachNewThread(std::function<void()> body) { std::thread(std::move(body)).detach(); }
+void NSThread::detachNewThread(std::function<void()> body) {
+  std::thread(std::move(body)).detach();
+}
 
-void setThreadPriority(double priority) noexcept {
+void NSThread::setThreadPriority(double priority) noexcept {
   int policy = 0;
   sched_param parameters{};
   if (pthread_getschedparam(pthread_self(), &policy, &parameters) != 0) return;
@@ -20,6 +22,6 @@ void setThreadPriority(double priority) noexcept {
   pthread_setschedparam(pthread_self(), policy, &parameters);
 }
 
-void sleep(std::chrono::microseconds duration) { std::this_thread::sleep_for(duration); }
+void NSThread::sleep(std::chrono::microseconds duration) { std::this_thread::sleep_for(duration); }
 
-}  // namespace tarnwick::NSThread
+}  // namespace tarnwick

@@ -3,17 +3,23 @@
 #include <chrono>
 #include <functional>
 
-namespace tarnwick::NSThread {
+namespace tarnwick {
 
-/// Runs `body` on a new thread that nobody waits for. What the body holds is released on that
-/// thread. Throws std::system_error when no thread can be started.
-void detachNewThread(std::function<void()> body);
+/// Threads that nobody waits for.
+class NSThread final {
+ public:
+  NSThread() = delete;
 
-/// Asks for a priority of the calling thread between 0 (least) and 1 (most). The system may refuse,
-/// or know one priority only; either is ignored.
-void setThreadPriority(double priority) noexcept;
+  /// Runs `body` on a new thread that nobody waits for. What the body holds is released on that
+  /// thread. Throws std::system_error when no thread can be started.
+  static void detachNewThread(std::function<void()> body);
 
-/// Suspends the calling thread for at least `duration`.
-void sleep(std::chrono::microseconds duration);
+  /// Asks for a priority of the calling thread between 0 (least) and 1 (most). The system may
+  /// refuse, or know one priority only; either is ignored.
+  static void setThreadPriority(double priority) noexcept;
 
-}  // namespace tarnwick::NSThread
+  /// Suspends the calling thread for at least `duration`.
+  static void sleep(std::chrono::microseconds duration);
+};
+
+}  // namespace tarnwick

@@ -4,7 +4,7 @@
 
 #include "Tarnwick/Platform/ImageCodec.hpp"
 
-namespace tarnwick::ImageCodec {
+namespace tarnwick {
 namespace {
 
 /// libpng's simplified interface (libpng-manual.txt, section V), released with the block.
@@ -36,7 +36,7 @@ bool hasEnd(const Data& file) {
 
 }  // namespace
 
-std::optional<Bitmap> decodePNG(const Data& file) try {
+std::optional<Bitmap> ImageCodec::decodePNG(const Data& file) try {
   Image image;
   if (!png_image_begin_read_from_memory(&image, file.data(), file.size())) return std::nullopt;
   if (!isWithinPixelLimit(image.width, image.height) || !hasEnd(file)) return std::nullopt;
@@ -50,7 +50,7 @@ std::optional<Bitmap> decodePNG(const Data& file) try {
   return std::nullopt;
 }
 
-std::optional<Data> encodePNG(const Bitmap& bitmap) {
+std::optional<Data> ImageCodec::encodePNG(const Bitmap& bitmap) {
   Image image;
   image.width = static_cast<png_uint_32>(bitmap.width);
   image.height = static_cast<png_uint_32>(bitmap.height);
@@ -64,4 +64,4 @@ std::optional<Data> encodePNG(const Bitmap& bitmap) {
   return file;
 }
 
-}  // namespace tarnwick::ImageCodec
+}  // namespace tarnwick

@@ -69,7 +69,7 @@ bool isTooSmall(std::string_view decimal) noexcept {
   if (mark == decimal.size()) return point < digit;
   const std::string_view exponent = decimal.substr(mark + 1);
   const std::optional<std::int64_t> power = parseInteger(exponent);
-  return power ? point - digit < -*power : exponent.front() == '-';
+  return power ? *power < digit - point : exponent.front() == '-';
 }
 
 template <typename Float>
@@ -135,7 +135,7 @@ std::optional<float> parseFloat(std::string_view text) noexcept {
   float number = 0;
   const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
   // `nan(…)`, which the standard's parsing accepts, is no number here.
-  const bool isWhole = end == text.data() + text.size() && text.find('(') == text.npos;
+  const bool isWhole = end == text.data() + text.size() && text.find('(') == std::string_view::npos;
   if (error == std::errc::invalid_argument || !isWhole) return std::nullopt;
   if (error == std::errc::result_out_of_range) {
     number = isTooSmall(text.substr(text.front() == '-')) ? 0.0F
