@@ -83,6 +83,9 @@ bool compress(Encoder& encoder, const Bitmap& bitmap, int quality) {
   jpeg_set_quality(&info, quality, TRUE);
   setSampling(info, quality);
   info.dct_method = JDCT_ISLOW;
+  // A marker, which no text can hold, at each row of blocks: the even areas of a picture encode to
+  // bytes that may read as text, and a receiver takes no text for a piece of an image.
+  info.restart_in_rows = 1;
   jpeg_start_compress(&info, TRUE);
   while (info.next_scanline < info.image_height) {
     // The library reads the row only; its interface predates const.
