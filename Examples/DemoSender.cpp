@@ -1,0 +1,140 @@
+#include "DemoSender.hpp"
+
+#include <algorithm>
+#include <cmath>
+#include <iterator>
+#include <limits>
+#include <utility>
+
+namespace demo {
+namespace {
+
+using namespace std::chrono_literals;
+using Batch = std::vector<Shipment>;
+
+// Generous: the machine may be busy.
+constexpr std::chrono::milliseconds reportTime = 20s, datagramTime = 10ms;
+
+bool fits(const Shipment& shipment, std::int64_t chunk) {
+  return std::ssize(shipment.file) <= chunk;
+}
+
+Shipment shipmentOf(const Picture& picture, float compression) {
+  return {picture, compression, picture.image->jpegRepresentation(compression).value(), {}, {}};
+}
+
+/// The top left corner of a picture, as much of it as fits one datagram.
+Shipment cornerOf(const Shipment& shipment, std::int64_t chunk) {
+  const auto& [width, height] = shipment.picture.image->size();
+  for (double side = 16;; side /= 2) {
+    const tarnwick::CGRect corner{{0, 0}, {std::min(side, width), std::min(side, height)}};
+    const Picture picture = regionOf(shipment.picture, shipment.picture.name + " corner", corner);
+    Shipment result = shipmentOf(picture, shipment.compression);
+    if (fits(result, chunk) || side == 1) return result;
+  }
+}
+
+/// What is sent together. The rest of a picture larger than a datagram leaves while something waits
+/// behind it, and a corner of it always does.
+Batch batchOf(const Shipment& shipment, std::int64_t chunk) {
+  if (fits(shipment, chunk)) return {shipment};
+  return {shipment, cornerOf(shipment, chunk)};
+}
+
+bool isReportOf(const Report& report, const Shipment& shipment) {
+  return report.rect == sentRect(shipment.picture);
+}
+
+/// Waits until the batch has arrived, so that the few messages of one batch are all that ever waits
+/// in the send queue: it empties itself at a hundred. Pictures arrive in order, so what is reported
+/// after a picture that was not tells that this one is lost.
+void awaitReports(Batch& batch, std::int64_t chunk, ReceiverProcess& receiver) {
+  Clock::time_point deadline = Clock::now();
+  for (const Shipment& shipment : batch) {
+    deadline += reportTime + datagramCount(shipment, chunk) * datagramTime;
+  }
+  for (auto due = batch.begin(); due != batch.end();) {
+    std::optional<Report> report = receiver.nextReport(deadline);
+    if (!report) return;
+    auto reported = std::find_if(due, batch.end(), [&report](const Shipment& shipment) {
+      return isReportOf(*report, shipment);
+    });
+    if (reported == batch.end()) reported = due;  // a stranger came in place of what was due
+    reported->report = std::move(report);
+    due = reported + 1;
+  }
+}
+
+/// The peak signal-to-noise ratio over blue, green and red.
+double psnr(const tarnwick::Bitmap& sent, const tarnwick::Bitmap& received) {
+  constexpr double peak = 255;
+  std::int64_t squares = 0, count = 0;
+  for (std::size_t i = 0; i < sent.pixels.size(); ++i) {
+    if (i % tarnwick::Bitmap::bytesPerPixel == tarnwick::Bitmap::bytesPerPixel - 1) continue;
+    const std::int64_t difference = sent.pixels[i] - received.pixels[i];
+    squares += difference * difference;
+    ++count;
+  }
+  if (squares == 0) return std::numeric_limits<double>::infinity();
+  return 10 * std::log10(peak * peak * static_cast<double>(count) / static_cast<double>(squares));
+}
+
+std::string sidesOf(std::int64_t width, std::int64_t height) {
+  return std::to_string(width) + " x " + std::to_string(height);
+}
+
+}  // namespace
+
+std::vector<Shipment> sendAll(const std::vector<Picture>& pictures, float compression,
+                              std::int64_t chunk, ReceiverProcess& receiver) {
+  auto sender = tarnwick::TxImageUDP::create("sender", "127.0.0.1", receiver.port(), chunk);
+  sender->beginOperation();
+  std::vector<Shipment> sent;
+  std::uint64_t frame = 0;
+  for (const Picture& picture : pictures) {
+    Batch batch = batchOf(shipmentOf(picture, compression), chunk);
+    for (Shipment& shipment : batch) {
+      shipment.sentAt = Clock::now();
+      sender->send(shipment.picture.image, shipment.picture.rect, ++frame,
+                   shipment.picture.isFullScreen, shipment.compression);
+    }
+    awaitReports(batch, chunk, receiver);
+    std::move(batch.begin(), batch.end(), std::back_inserter(sent));
+  }
+  sender->endOperation();  // drops what has not left: by now everything has
+  return sent;
+}
+
+Outcome outcomeOf(const Shipment& shipment, const std::filesystem::path& directory) {
+  if (!shipment.report) return {"MISSING: the receiver did not report it", {}};
+  const Report& report = *shipment.report;
+  if (!isReportOf(report, shipment)) return {"WRONG PLACE: came as " + textOf(report.rect), {}};
+  const auto received = loadPicture(directory / report.file);
+  if (!received) return {"UNREADABLE: " + report.file, {}};
+  const tarnwick::Bitmap& pixels = *received->bitmap();
+  const tarnwick::Bitmap& original = *shipment.picture.image->bitmap();
+  if (pixels.width != original.width || pixels.height != original.height) {
+    return {"WRONG SIZE: came as " + sidesOf(pixels.width, pixels.height), {}};
+  }
+  const auto expected = tarnwick::NSImage::fromData(shipment.file);
+  const bool isExact = expected && expected->bitmap()->pixels == pixels.pixels;
+  return {isExact ? "" : "DAMAGED: not the pixels of the JPEG sent", psnr(original, pixels)};
+}
+
+std::int64_t datagramCount(const Shipment& shipment, std::int64_t chunk) {
+  return 1 + (std::ssize(shipment.file) + chunk - 1) / chunk;
+}
+
+std::string textOf(const std::optional<tarnwick::CGRect>& rect) {
+  if (!rect) return "full screen";
+  const auto& [origin, size] = *rect;
+  return std::to_string(std::llround(origin.x)) + "," + std::to_string(std::llround(origin.y)) +
+         "  " + sidesOf(std::llround(size.width), std::llround(size.height));
+}
+
+std::optional<tarnwick::CGRect> sentRect(const Picture& picture) {
+  if (picture.isFullScreen) return std::nullopt;
+  return picture.rect;
+}
+
+}  // namespace demo
