@@ -1,0 +1,198 @@
+#include <gtest/gtest.h>
+
+#include <limits>
+
+#include "Tarnwick/Platform/Log.hpp"
+#include "Tarnwick/Tarnwick.hpp"
+#include "Tests/Output.hpp"
+
+namespace tarnwick::test {
+namespace {
+
+/// How each class is made with a size, so that one table of cases serves the three alike.
+template <typename Frame>
+Frame make(std::int64_t size);
+template <>
+RxVideoFrame make(std::int64_t size) {
+  return {7, size};
+}
+template <>
+RxImageFrame make(std::int64_t size) {
+  return RxImageFrame(size);
+}
+template <>
+RxAudioFrame make(std::int64_t size) {
+  return {7, size};
+}
+
+template <typename Frame>
+constexpr const char* overflowLine = "";
+template <>
+constexpr const char* overflowLine<RxVideoFrame> = "Append chunk overflow - (RxVideoFrame)";
+template <>
+constexpr const char* overflowLine<RxImageFrame> = "Append chunk overflow - (RxImageFrame)";
+template <>
+constexpr const char* overflowLine<RxAudioFrame> = "Append chunk overflow - (RxAudioFrame)";
+
+template <typename Frame>
+struct Buffers : testing::Test {};
+using Frames = testing::Types<RxVideoFrame, RxImageFrame, RxAudioFrame>;
+TYPED_TEST_SUITE(Buffers, Frames);
+
+struct Step {
+  Data chunk;
+  bool isFull, isCorrupt;
+};
+
+struct Case {
+  const char* name;
+  std::int64_t size;
+  std::vector<Step> steps;
+  std::optional<Data> merged;
+};
+
+TYPED_TEST(Buffers, CollectAndJoinChunks) {
+  const std::vector<Case> cases{
+      {"complete", 5, {{{1, 2}, false, false}, {{3, 4, 5}, true, false}}, Data{1, 2, 3, 4, 5}},
+      {"one byte too many", 3, {{{1, 2}, false, false}, {{3, 4}, false, true}}, std::nullopt},
+      {"fits after a refused chunk",
+       3,
+       {{{1, 2}, false, false}, {{9, 9}, false, true}, {{3}, true, true}},
+       Data{1, 2, 3}},
+      {"overflows when full", 2, {{{1, 2}, true, false}, {{3}, true, true}}, Data{1, 2}},
+      {"an empty chunk changes nothing",
+       1,
+       {{{}, false, false}, {{1}, true, false}, {{}, true, false}},
+       Data{1}},
+      {"nothing announced, nothing sent", 0, {{{}, true, false}}, Data{}},
+      {"nothing announced, something sent", 0, {{{1}, false, true}}, Data{}},
+      {"a negative size", -1, {{{}, false, true}, {{1}, false, true}}, std::nullopt},
+      {"bytes missing", 10, {{{1, 2, 3, 4}, false, false}}, std::nullopt},
+      {"more announced than any memory holds",
+       std::numeric_limits<std::int64_t>::max(),
+       {{{1}, false, false}},
+       std::nullopt},
+  };
+  for (const Case& test : cases) {
+    SCOPED_TRACE(test.name);
+    auto frame = make<TypeParam>(test.size);
+    EXPECT_FALSE(frame.isFull || frame.isCorrupt);
+    for (const Step& step : test.steps) {
+      frame.appendChunk(step.chunk);
+      EXPECT_EQ(frame.isFull, step.isFull);
+      EXPECT_EQ(frame.isCorrupt, step.isCorrupt);
+    }
+    EXPECT_EQ(frame.getData(), std::nullopt);
+    if (test.size < 0 || test.size > 1000) continue;
+    frame.mergeChunks();
+    EXPECT_EQ(frame.getData(), test.merged);
+    EXPECT_EQ(frame.getData(), test.merged);
+    frame.mergeChunks();  // the chunks are gone: zeros are left
+    EXPECT_TRUE(!test.merged || frame.getData() == Data(test.merged->size()));
+  }
+}
+
+TYPED_TEST(Buffers, LogAnOverflowOnce) {
+  Output output;
+  auto frame = make<TypeParam>(1);
+  frame.appendChunk({1, 2});
+  frame.appendChunk({1});
+  logLine("end");
+  EXPECT_TRUE(output.awaitLine("end"));
+  EXPECT_EQ(output.lines(), (std::vector<std::string>{overflowLine<TypeParam>, "end"}));
+}
+
+TYPED_TEST(Buffers, StopTheProcessWhenASizeCannotBe) {
+  GTEST_FLAG_SET(death_test_style, "threadsafe");
+  auto frame = make<TypeParam>(-1);
+  EXPECT_DEATH(frame.mergeChunks(), "Fatal error: Arithmetic overflow\n");
+}
+
+TEST(AudioBuffer, GivesNoDataWithoutANumber) {
+  RxAudioFrame recording(0, 1);
+  recording.appendChunk({1});
+  recording.mergeChunks();
+  EXPECT_TRUE(recording.isFull);
+  EXPECT_EQ(recording.getData(), std::nullopt);
+  recording.recorded = -3;
+  EXPECT_EQ(recording.getData(), Data{1});
+}
+
+// --- The operations that take a buffer's bytes out ---
+
+/// The keys that an operation announced as changed.
+std::vector<std::string> changesOf(NSOperation& operation) {
+  std::vector<std::string> changes;
+  operation.addObserver([&](const NSOperation&, std::string_view key, NSOperation::Change change) {
+    if (change == NSOperation::Change::did) changes.emplace_back(key);
+  });
+  operation.start();
+  return changes;
+}
+
+const std::vector<std::string> worked{"isExecuting", "isExecuting", "isFinished"};
+
+template <typename Frame>
+std::shared_ptr<Frame> filled(Frame frame, const Data& data) {
+  frame.appendChunk(data);
+  return std::make_shared<Frame>(std::move(frame));
+}
+
+TEST(ReceiveOperations, GiveVideoWithItsNumber) {
+  RxStreamVideoOperation complete(filled(RxVideoFrame(7, 3), {1, 2, 3}));
+  EXPECT_EQ(changesOf(complete), worked);
+  EXPECT_EQ(complete.data, (Data{1, 2, 3}));
+  EXPECT_EQ(complete.frameID, 7);
+  RxStreamVideoOperation incomplete(filled(RxVideoFrame(7, 3), {1, 2}));
+  incomplete.start();
+  EXPECT_EQ(incomplete.data, std::nullopt);
+  EXPECT_EQ(incomplete.frameID, 7);
+}
+
+TEST(ReceiveOperations, GiveAudioWithItsNumber) {
+  RxStreamAudioOperation numbered(filled(RxAudioFrame(3, 1), {9}));
+  EXPECT_EQ(changesOf(numbered), worked);
+  EXPECT_EQ(numbered.data, Data{9});
+  EXPECT_EQ(numbered.recorded, 3);
+  RxStreamAudioOperation incomplete(filled(RxAudioFrame(3, 2), {9}));
+  incomplete.start();
+  EXPECT_EQ(incomplete.data, std::nullopt);
+  EXPECT_EQ(incomplete.recorded, 3);
+}
+
+TEST(ReceiveOperations, GiveAnImageWithItsBounds) {
+  const CGRect bounds{{1, 2}, {3, 4}};
+  const Data file = *NSImage::create({3, 4})->pngRepresentation();
+  const auto size = static_cast<std::int64_t>(file.size());
+  RxStreamImageOperation region(filled(RxImageFrame(size, bounds), file));
+  EXPECT_EQ(changesOf(region), worked);
+  ASSERT_NE(region.image, nullptr);
+  EXPECT_EQ(region.image->size(), (CGSize{3, 4}));
+  EXPECT_EQ(region.bounds, bounds);
+  RxStreamImageOperation screen(filled(RxImageFrame(size), file));
+  screen.start();
+  EXPECT_NE(screen.image, nullptr);
+  EXPECT_EQ(screen.bounds, std::nullopt);
+  RxStreamImageOperation noImage(filled(RxImageFrame(3, bounds), {1, 2, 3}));
+  noImage.start();
+  EXPECT_EQ(noImage.image, nullptr);
+  EXPECT_EQ(noImage.bounds, bounds);
+  RxStreamImageOperation incomplete(filled(RxImageFrame(size + 1, bounds), file));
+  incomplete.start();
+  EXPECT_EQ(incomplete.image, nullptr);
+  EXPECT_EQ(incomplete.bounds, std::nullopt);
+}
+
+TEST(ReceiveOperations, DoNothingWhenCancelled) {
+  const auto frame = filled(RxVideoFrame(7, 1), {1});
+  RxStreamVideoOperation operation(frame);
+  operation.cancel();
+  EXPECT_EQ(changesOf(operation), std::vector<std::string>{"isFinished"});
+  EXPECT_TRUE(operation.isFinished());
+  EXPECT_EQ(operation.data, std::nullopt);
+  EXPECT_EQ(operation.frameID, 0);
+  EXPECT_EQ(frame->getData(), std::nullopt);  // not merged either
+}
+
+}  // namespace
+}  // namespace tarnwick::test

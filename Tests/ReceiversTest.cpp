@@ -1,0 +1,430 @@
+#include <gtest/gtest.h>
+
+#include <algorithm>
+
+#include "Tarnwick/Platform/Log.hpp"
+#include "Tarnwick/Tarnwick.hpp"
+#include "Tests/MainThread.hpp"
+#include "Tests/Output.hpp"
+#include "Tests/Peer.hpp"
+
+namespace tarnwick::test {
+namespace {
+
+struct VideoEvent {
+  std::string what;
+  std::int64_t frameID = 0;
+  Data data;
+  bool operator==(const VideoEvent&) const = default;
+};
+
+struct VideoDelegate : RxVideoUDPDelegate {
+  Mailbox<VideoEvent> events;
+  void videoStarted() override { events.put({"started", 0, {}}); }
+  void videoStopped() override { events.put({"stopped", 0, {}}); }
+  void videoFrameReceived(std::int64_t frameID, Data data) override {
+    events.put({"frame", frameID, std::move(data)});
+  }
+};
+
+struct ReceivedImage {
+  std::shared_ptr<NSImage> image;
+  std::optional<CGRect> bounds;
+};
+
+struct ImageDelegate : RxImageUDPDelegate {
+  Mailbox<ReceivedImage> images;
+  void imageReceived(std::shared_ptr<NSImage> image, std::optional<CGRect> bounds) override {
+    images.put({std::move(image), bounds});
+  }
+};
+
+struct Recording {
+  std::int64_t recorded = 0;
+  Data data;
+  bool operator==(const Recording&) const = default;
+};
+
+struct AudioDelegate : RxAudioUDPDelegate {
+  Mailbox<Recording> recordings;
+  void audioReceived(std::int64_t recorded, Data data) override {
+    recordings.put({recorded, std::move(data)});
+  }
+};
+
+/// A receiver that runs, its delegate, and a peer that talks to it.
+template <typename Receiver, typename Delegate>
+struct Running {
+  Running() { receiver->beginOperation(); }
+  ~Running() { receiver->endOperation(); }
+  Running(const Running&) = delete;
+  Running& operator=(const Running&) = delete;
+
+  const std::shared_ptr<Delegate> delegate = std::make_shared<Delegate>();
+  const std::pair<std::shared_ptr<Receiver>, std::uint16_t> endpoint = onFreePort(
+      [this](std::uint16_t port) { return Receiver::create("receiver", port, 65500, delegate); });
+  const std::shared_ptr<Receiver> receiver = endpoint.first;
+  Peer peer{endpoint.second};
+  MainThread mainThread;
+};
+
+using RunningVideo = Running<RxVideoUDP, VideoDelegate>;
+using RunningImage = Running<RxImageUDP, ImageDelegate>;
+using RunningAudio = Running<RxAudioUDP, AudioDelegate>;
+
+/// A small PNG file, and the text that announces it.
+const Data& pictureFile() {
+  static const Data file = NSImage::create({3, 2})->pngRepresentation().value();
+  return file;
+}
+
+std::string announcement(const std::string& rest = "") {
+  return "size|" + std::to_string(pictureFile().size()) + rest;
+}
+
+// --- Classification ---
+
+struct Row {
+  std::string datagram;
+  RxResponse response;
+  std::optional<std::vector<std::string>> params;
+  bool keepsPayload;
+};
+
+template <typename Receiver>
+void expectRows(const std::vector<Row>& rows) {
+  for (const Row& row : rows) {
+    const Data datagram = bytes(row.datagram);
+    const RxMessage expected{row.keepsPayload ? std::optional(datagram) : std::nullopt, row.params,
+                             row.response};
+    EXPECT_EQ(Receiver::classify(datagram), expected) << row.datagram;
+  }
+}
+
+const std::optional<std::vector<std::string>> none;
+using Params = std::vector<std::string>;
+
+TEST(Protocol, NumbersItsResponses) {
+  for (int value = 0; value <= 255; ++value) {
+    const auto response = rxResponseFromRawValue(static_cast<std::uint8_t>(value));
+    EXPECT_EQ(response.has_value(), value <= 10);
+    EXPECT_TRUE(!response || static_cast<int>(*response) == value);
+  }
+  EXPECT_EQ(static_cast<int>(RxResponse::Default), 1);
+  EXPECT_EQ(static_cast<int>(RxResponse::Wave), 7);
+  EXPECT_EQ(static_cast<int>(RxResponse::Unknown), 10);
+}
+
+TEST(Protocol, SplitsMessages) {
+  const RunningAudio audio;
+  const auto split = [&](std::string_view text) { return audio.receiver->splitMessage(text); };
+  EXPECT_EQ(split("Size|48213|Rect|~0~0~1440~900"),
+            (Params{"Size", "48213", "Rect", "0", "0", "1440", "900"}));
+  EXPECT_EQ(split("a||b~"), (Params{"a", "b"}));
+  EXPECT_EQ(split("~~a| b ~~"), (Params{"a", " b "}));
+  EXPECT_EQ(split(""), Params());
+  EXPECT_EQ(split("|~|"), Params());
+}
+
+TEST(Protocol, ClassifiesVideo) {
+  expectRows<RxVideoUDP>({
+      {"start", RxResponse::Start, none, false},
+      {"START|now", RxResponse::Start, none, false},
+      {"~stop", RxResponse::Stop, none, false},
+      {"videoframe|5|size|1000", RxResponse::VideoFrame, Params{"5", "1000"}, false},
+      {"VideoFrame|7||x|1200~", RxResponse::VideoFrame, Params{"7", "1200"}, false},
+      {"videoframe|5|1000", RxResponse::VideoFrame, none, false},
+      {"videoframe|5|a|1000|b", RxResponse::VideoFrame, none, false},
+      {"starting", RxResponse::Default, none, true},
+      {" start", RxResponse::Default, none, true},
+      {"\xFF|start", RxResponse::Default, none, true},
+      {"start" + std::string(194, '|'), RxResponse::Start, none, false},   // 199 bytes: a text
+      {"start" + std::string(195, '|'), RxResponse::Default, none, true},  // 200: never looked at
+      {std::string(200, '|'), RxResponse::Default, none, true},
+  });
+}
+
+TEST(Protocol, ClassifiesImages) {
+  expectRows<RxImageUDP>({
+      {"pin|5183", RxResponse::Pin, Params{"5183"}, true},
+      {"pin", RxResponse::Default, none, true},
+      {"pin|1|2", RxResponse::Default, none, true},
+      {"Size|48213", RxResponse::Size, Params{"48213"}, true},
+      {"Size|9|Rect|~0~1~1440~900", RxResponse::Size, Params{"9", "0", "1", "1440", "900"}, true},
+      {"size", RxResponse::Default, none, true},
+      {"size|1|2|3", RxResponse::Default, none, true},
+      {"size|1|2|3|4|5|6|7", RxResponse::Default, none, true},
+      {"Starting", RxResponse::Start, none, true},
+      {"END|of|all", RxResponse::Stop, none, true},
+      {"hello", RxResponse::Default, none, false},
+      {std::string(65500, '\0'), RxResponse::Default, none, false},
+      {"\xC3\x28", RxResponse::Default, none, true},
+  });
+}
+
+TEST(Protocol, ClassifiesAudio) {
+  expectRows<RxAudioUDP>({
+      {"wave|1|a|2|b|3", RxResponse::Wave, Params{"1", "2", "3"}, true},
+      {"wave|1|2", RxResponse::Default, none, true},
+      {"recorded|3|x|5000", RxResponse::Audio, Params{"3", "5000"}, false},
+      {"recorded|3|5000", RxResponse::Default, none, true},
+      {"start", RxResponse::Default, none, true},
+      {std::string(300, 'a'), RxResponse::Default, none, true},
+  });
+}
+
+TEST(Protocol, StopsTheProcessAtATextWithoutFields) {
+  GTEST_FLAG_SET(death_test_style, "threadsafe");
+  const std::string text = "Fatal error: Index out of range\n";
+  EXPECT_DEATH(std::ignore = RxVideoUDP::classify(Data()), text);
+  EXPECT_DEATH(std::ignore = RxImageUDP::classify(bytes("|~|")), text);
+  EXPECT_DEATH(std::ignore = RxAudioUDP::classify(bytes(std::string(300, '~'))), text);
+  EXPECT_DEATH(
+      {
+        RunningImage image;
+        image.peer.sendBytes({});
+        image.delegate->images.await();
+      },
+      text);
+}
+
+TEST(Protocol, ReadsRectangles) {
+  const std::vector<std::pair<Params, std::optional<CGRect>>> rows{
+      {{"1.9", "2", "-3.7", "1e3"}, CGRect{{1, 2}, {-3, 1000}}},
+      {{"16777217", "-0.5", "+4", "1e-60"}, CGRect{{16777216, 0}, {4, 0}}},
+      {{"-9223372036854775808", "0", "0", "0"}, CGRect{{-9223372036854775808.0, 0}, {0, 0}}},
+      {{"a", "2", "3", "4"}, std::nullopt},
+      {{"1", "2", " 3", "4"}, std::nullopt},
+      {{"1", "2", "3"}, std::nullopt},
+      {{"1", "2", "3", "4", "5"}, std::nullopt},
+  };
+  for (const auto& [params, rect] : rows) EXPECT_EQ(makeCGRect(params), rect) << params[0];
+  EXPECT_EQ(makeCGRect(std::nullopt), std::nullopt);
+}
+
+TEST(Protocol, StopsTheProcessAtACoordinateThatDoesNotFit) {
+  GTEST_FLAG_SET(death_test_style, "threadsafe");
+  const std::string failure = "Fatal error: Float value cannot be converted to Int because ";
+  const std::vector<std::pair<Params, std::string>> rows{
+      {{"inf", "0", "0", "0"}, "it is either infinite or NaN\n"},
+      {{"a", "nan", "0", "0"}, "it is either infinite or NaN\n"},
+      {{"0", "0", "0", "-9223373136366403584"}, "the result would be less than Int.min\n"},
+      {{"0", "0", "9223372036854775808", "0"}, "the result would be greater than Int.max\n"},
+  };
+  for (const auto& [params, reason] : rows) {
+    EXPECT_DEATH(std::ignore = makeCGRect(params), failure + reason);
+  }
+}
+
+// --- The video receiver ---
+
+TEST(Video, StartsDeliversAndStops) {
+  RunningVideo video;
+  video.peer.sendBytes({1, 2, 3});  // announced by nobody
+  video.peer.say("START");
+  EXPECT_EQ(video.peer.hearText(), "video|started");
+  EXPECT_EQ(video.delegate->events.await(), (VideoEvent{"started", 0, {}}));
+  video.peer.say("videoframe|1|x|300");
+  video.peer.sendBytes(Data(200, 9));
+  video.peer.sendBytes(Data(100, 8));
+  Data frame(200, 9);
+  frame.resize(300, 8);
+  EXPECT_EQ(video.delegate->events.await(), (VideoEvent{"frame", 1, frame}));
+  video.peer.say("stop");
+  EXPECT_EQ(video.peer.hearText(), "video|stopped");
+  EXPECT_EQ(video.delegate->events.await(), (VideoEvent{"stopped", 0, {}}));
+}
+
+TEST(Video, DropsWhatIsReplacedOrCorrupt) {
+  RunningVideo video;
+  for (const char* text : {"videoframe|1|x|3", "ab",   // replaced by the next announcement
+                           "videoframe|2|x|3", "ab",   // discarded by the start
+                           "start", "c",               //
+                           "videoframe|3|x|1", "ab",   // corrupt
+                           "c",                        //
+                           "videoframe|4|x|-1", "ab",  // corrupt at once
+                           "videoframe|5|x|3", "ab", "stop", "c"}) {  // survives the stop
+    video.peer.say(text);
+  }
+  EXPECT_EQ(video.delegate->events.await(), (VideoEvent{"started", 0, {}}));
+  EXPECT_EQ(video.delegate->events.await(), (VideoEvent{"stopped", 0, {}}));
+  EXPECT_EQ(video.delegate->events.await(), (VideoEvent{"frame", 5, bytes("abc")}));
+}
+
+TEST(Video, DeliversFramesInTheirOrder) {
+  RunningVideo video;
+  for (std::int64_t frame = -20; frame < 20; ++frame) {
+    video.peer.say("videoframe|" + std::to_string(frame) + "|x|1");
+    video.peer.say("a");
+  }
+  for (std::int64_t frame = -20; frame < 20; ++frame) {
+    EXPECT_EQ(video.delegate->events.await(), (VideoEvent{"frame", frame, bytes("a")}));
+  }
+}
+
+TEST(Video, StopsTheProcessAtAnAnnouncementThatIsNone) {
+  GTEST_FLAG_SET(death_test_style, "threadsafe");
+  const auto video =
+      onFreePort([](auto port) { return RxVideoUDP::create("video", port, 65500, nullptr); }).first;
+  const auto announce = [&](Params params) {
+    video->handleMessage(std::nullopt, std::move(params), RxResponse::VideoFrame);
+  };
+  const std::string noNumber =
+      "Fatal error: Unexpectedly found nil while unwrapping an Optional value\n";
+  EXPECT_DEATH(announce({"a", "3"}), noNumber);
+  EXPECT_DEATH(announce({"1", "9223372036854775808"}), noNumber);
+  EXPECT_DEATH(announce({"1"}), "Fatal error: Index out of range\n");
+  EXPECT_DEATH(
+      {
+        RunningVideo running;
+        running.peer.say("videoframe|1|x|3.0");
+        running.delegate->events.await();
+      },
+      noNumber);
+}
+
+// --- The image receiver ---
+
+TEST(Image, AnswersPins) {
+  RunningImage image;
+  for (const auto& [pin, answer] : {std::pair{"pin|5183", "pin|ok"},
+                                    {"PIN~1234", "pin|rejected"},
+                                    {"pin|05183", "pin|rejected"},
+                                    {"pin|5183 ", "pin|rejected"}}) {
+    image.peer.say(pin);
+    EXPECT_EQ(image.peer.hearText(), answer);
+  }
+  image.peer.say("pin");
+  EXPECT_TRUE(image.peer.hearsNothing());
+  const auto answer = [&](std::optional<Params> params) {
+    return image.receiver->handleMessage(std::nullopt, std::move(params), RxResponse::Pin);
+  };
+  EXPECT_EQ(answer(std::nullopt), Data{10});
+  EXPECT_EQ(answer(Params{"5183", "5183"}), Data{10});
+  EXPECT_TRUE(image.receiver->approveConnection("5183"));
+}
+
+TEST(Image, DeliversScreensAndRegions) {
+  Output output;
+  RunningImage image;
+  image.peer.say(announcement());
+  image.peer.sendBytes(pictureFile());
+  const auto screen = image.delegate->images.await();
+  ASSERT_TRUE(screen);
+  EXPECT_EQ(screen->image->size(), (CGSize{3, 2}));
+  EXPECT_EQ(screen->bounds, std::nullopt);
+  image.peer.say(announcement("|Rect|~0~-1~1440.9~900"));
+  const auto half = pictureFile().begin() + 9;
+  image.peer.sendBytes({pictureFile().begin(), half});
+  image.peer.sendBytes({half, pictureFile().end()});
+  const auto region = image.delegate->images.await();
+  ASSERT_TRUE(region);
+  EXPECT_EQ(region->bounds, (CGRect{{0, -1}, {1440, 900}}));
+  const std::string size = std::to_string(pictureFile().size());
+  EXPECT_TRUE(output.awaitLine("New full frame with size " + size));
+  EXPECT_TRUE(
+      output.awaitLine("New frame with size " + size + " bounds (0.0, -1.0, 1440.0, 900.0)"));
+}
+
+TEST(Image, IgnoresAnnouncementsThatAreNone) {
+  Output output;
+  RunningImage image;
+  image.peer.say(announcement());
+  for (const char* text : {"Size|x|Rect|~0~0~10~10", "Size|100|Rect|~a~0~10~10", "size|1e3",
+                           "size|0x10|Rect|~0~0~10~10", "hello"}) {
+    image.peer.say(text);  // and the image in progress goes on
+  }
+  image.peer.sendBytes(pictureFile());
+  EXPECT_TRUE(image.delegate->images.await());
+  logLine("end");
+  EXPECT_TRUE(output.awaitLine("end"));
+  EXPECT_EQ(std::count_if(output.lines().begin(), output.lines().end(),
+                          [](const std::string& line) { return line.starts_with("New"); }),
+            1);
+}
+
+TEST(Image, DropsWhatIsDiscardedCorruptOrNoImage) {
+  RunningImage image;
+  for (const char* discarding : {"starting", "End", "size|2"}) {
+    image.peer.say(announcement("|Rect|1|1|1|1"));
+    image.peer.say(discarding);
+    image.peer.sendBytes(pictureFile());  // "size|2": corrupt
+  }
+  image.peer.say("size|3|Rect|2|2|2|2");
+  image.peer.sendBytes({0xFF, 0xD8, 0xFF});  // complete, but no image
+  image.peer.say("size|3|Rect|3|3|3|3");
+  image.peer.say("abc");  // text is no piece of an image
+  image.peer.say(announcement("|Rect|4|4|4|4"));
+  image.peer.sendBytes(pictureFile());
+  const auto received = image.delegate->images.await();
+  ASSERT_TRUE(received);
+  EXPECT_EQ(received->bounds, (CGRect{{4, 4}, {4, 4}}));
+}
+
+// --- The audio receiver ---
+
+TEST(Audio, DeliversRecordingsAndNeverReplies) {
+  RunningAudio audio;
+  for (const char* text : {"hello", "recorded|0|x|2", "ab",  // a recording without a number
+                           "recorded|4|x|13", "hello", "wave|1|a|2|b|3", "wave|1|2"}) {
+    audio.peer.say(text);
+  }
+  EXPECT_EQ(audio.delegate->recordings.await(), (Recording{4, bytes("hellowave|1|2")}));
+  for (const char* text : {"recorded|5|x|1", "ab", "recorded|6|x|2", "a", "RECORDED|7|x|2", "cd"}) {
+    audio.peer.say(text);
+  }
+  EXPECT_EQ(audio.delegate->recordings.await(), (Recording{7, bytes("cd")}));
+  EXPECT_TRUE(audio.peer.hearsNothing());
+}
+
+TEST(Audio, StopsTheProcessAtAnAnnouncementThatIsNone) {
+  GTEST_FLAG_SET(death_test_style, "threadsafe");
+  EXPECT_DEATH(
+      {
+        RunningAudio audio;
+        audio.peer.say("recorded|x|y|6");
+        audio.delegate->recordings.await();
+      },
+      "Fatal error: Unexpectedly found nil while unwrapping an Optional value\n");
+}
+
+// --- What the three have in common ---
+
+TEST(Receivers, PassTheErrorsOfTheirEndpoint) {
+  const Peer holder;
+  EXPECT_THROW(std::ignore = RxVideoUDP::create("r", holder.port(), 1, nullptr), UDPError);
+  EXPECT_THROW(std::ignore = RxImageUDP::create("r", holder.port(), 1, nullptr), UDPError);
+  EXPECT_THROW(std::ignore = RxAudioUDP::create("r", holder.port(), 1, nullptr), UDPError);
+  RunningAudio audio;
+  EXPECT_TRUE(audio.receiver->isActive());
+  EXPECT_THROW(audio.receiver->beginOperation(), UDPError);
+  audio.receiver->endOperation();
+  EXPECT_FALSE(audio.receiver->isActive());
+  EXPECT_TRUE(eventually([&] { return isPortFree(audio.endpoint.second); }));
+  audio.receiver->beginOperation();
+  EXPECT_TRUE(audio.receiver->isActive());
+}
+
+TEST(Receivers, WorkWithoutADelegate) {
+  const MainThread mainThread;
+  const auto [video, port] =
+      onFreePort([](auto free) { return RxVideoUDP::create("video", free, 65500, nullptr); });
+  Peer peer(port);
+  video->beginOperation();
+  for (const char* text : {"start", "videoframe|1|x|1", "a", "stop"}) peer.say(text);
+  EXPECT_EQ(peer.hearText(), "video|started");
+  EXPECT_EQ(peer.hearText(), "video|stopped");
+  video->endOperation();
+}
+
+TEST(Receivers, DeliverWhatTheMainQueueHoldsAfterTheEnd) {
+  RunningVideo video;
+  video.receiver->endOperation();
+  EXPECT_TRUE(eventually([&] { return isPortFree(video.endpoint.second); }));
+  video.receiver->handleMessage(std::nullopt, Params{"2", "1"}, RxResponse::VideoFrame);
+  video.receiver->handleMessage(Data{7}, std::nullopt, RxResponse::Default);
+  EXPECT_EQ(video.delegate->events.await(), (VideoEvent{"frame", 2, {7}}));
+}
+
+}  // namespace
+}  // namespace tarnwick::test
