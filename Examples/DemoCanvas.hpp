@@ -112,7 +112,7 @@ class Canvas {
  private:
   static void blendPart(std::uint8_t& part, double value, double opacity) {
     const double mixed = mix(static_cast<double>(part), value, opacity);
-    part = static_cast<std::uint8_t>(std::clamp(mixed, 0.0, 255.0) + 0.5);  // rounds
+    part = static_cast<std::uint8_t>(std::lround(std::clamp(mixed, 0.0, 255.0)));
   }
 
   static tarnwick::CGRect grown(const tarnwick::CGRect& area, double by) {

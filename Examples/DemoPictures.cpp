@@ -38,7 +38,7 @@ std::vector<Picture> drawnPictures() {
           regionOf(desktop, "photo", Desktop::photo),
           regionOf(desktop, "terminal", Desktop::terminal),
           regionOf(desktop, "chart", Desktop::chart),
-          {"4K screen", large.get(), largeScreen, true}};
+          {"4K picture", large.get(), largeScreen}};
 }
 
 std::vector<Picture> loadedPictures(const std::vector<std::string>& files) {

@@ -3,7 +3,7 @@
 #include <fcntl.h>
 #include <netinet/in.h>
 #include <poll.h>
-#include <signal.h>
+#include <signal.h>  // NOLINT(modernize-deprecated-headers): kill() is not in <csignal>
 #include <spawn.h>
 #include <sys/socket.h>
 #include <sys/wait.h>
