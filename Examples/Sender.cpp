@@ -3,6 +3,7 @@
 #include <fstream>
 #include <iostream>
 #include <iterator>
+#include <thread>
 
 int main(int argc, char** argv) try {
   if (argc != 3) throw std::runtime_error("usage: sender ADDRESS FILE");
@@ -10,14 +11,16 @@ int main(int argc, char** argv) try {
   auto image = tarnwick::NSImage::fromData({std::istreambuf_iterator<char>(file), {}});
   if (!image) throw std::runtime_error(std::string(argv[2]) + " is no picture");
 
-  auto sender = tarnwick::TxImageUDP::create("picture", argv[1], 5000, 65500);
+  constexpr int chunkSize = 1400;  // bytes a datagram, of which about 1,000 a second leave
+  auto sender = tarnwick::TxImageUDP::create("picture", argv[1], 5000, chunkSize);
   sender->beginOperation();
   sender->send(image, {}, 1, true, 0.8F);
   // What does not fit one datagram leaves while something is queued behind it: a corner is enough.
   const tarnwick::CGRect corner{{0, 0}, {16, 16}};
   sender->send(tarnwick::crop(*image, corner), corner, 2, false, 0.8F);
-  std::this_thread::sleep_for(std::chrono::seconds(1));
-  sender->endOperation();
+  const auto datagrams = image->jpegRepresentation(0.8F).value().size() / chunkSize;
+  std::this_thread::sleep_for(std::chrono::milliseconds(500 + 2 * datagrams));
+  sender->endOperation();  // drops what has not left by now
 } catch (const std::exception& error) {
   std::cerr << "sender: " << error.what() << "\n";
   return 1;
