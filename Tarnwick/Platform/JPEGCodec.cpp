@@ -21,7 +21,8 @@ namespace {
 
 constexpr int scanLimit = 100;                          // of a progressive file
 constexpr std::int64_t coefficientLimit = 512'000'000;  // bytes held for one
-constexpr int extraneousByteLimit = 16;                 // before the end marker of a baseline file
+constexpr int extraneousByteLimit = 16;  // before the end marker of a baseline file, as counted by
+                                         // the library, not with those taken with the last pixels
 
 /// What the library calls on failures, warnings and progress; leads back to the caller.
 struct Errors : jpeg_error_mgr {
@@ -41,20 +42,45 @@ struct Errors : jpeg_error_mgr {
 
 // --- Encoding ---
 
-/// One file in the making; its bytes are the library's, grown with malloc.
-struct Encoder {
+/// One file in the making, in memory that grows with realloc: the library's own memory destination
+/// loses track of its block when there is no larger one, and nothing may throw through its calls.
+struct Encoder : jpeg_destination_mgr {
   Errors errors;
   jpeg_compress_struct info{};
-  unsigned char* bytes = nullptr;
-  unsigned long size = 0;
+  JOCTET* bytes = nullptr;
+  std::size_t capacity = 0;
 
-  Encoder() { info.err = &errors; }
+  Encoder() : jpeg_destination_mgr{} {
+    info.err = &errors;
+    init_destination = grow;
+    empty_output_buffer = [](j_compress_ptr compressor) -> boolean {
+      grow(compressor);
+      return TRUE;
+    };
+    term_destination = [](j_compress_ptr) {};
+  }
   ~Encoder() {
     jpeg_destroy_compress(&info);
     std::free(bytes);
   }
   Encoder(const Encoder&) = delete;
   Encoder& operator=(const Encoder&) = delete;
+
+  [[nodiscard]] std::size_t size() const { return capacity - free_in_buffer; }
+
+ private:
+  /// Called with no room left, at first and then whenever it has been filled.
+  static void grow(j_compress_ptr compressor) {
+    constexpr std::size_t firstCapacity = 65536;
+    auto& encoder = *static_cast<Encoder*>(compressor->dest);
+    const std::size_t larger = std::max(firstCapacity, encoder.capacity * 2);
+    void* bytes = std::realloc(encoder.bytes, larger);
+    if (bytes == nullptr) Errors::fail(reinterpret_cast<j_common_ptr>(compressor));
+    encoder.bytes = static_cast<JOCTET*>(bytes);
+    encoder.next_output_byte = encoder.bytes + encoder.capacity;
+    encoder.free_in_buffer = larger - encoder.capacity;
+    encoder.capacity = larger;
+  }
 };
 
 int qualityFrom(float compressionFactor) {
@@ -74,7 +100,7 @@ bool compress(Encoder& encoder, const Bitmap& bitmap, int quality) {
   jpeg_compress_struct& info = encoder.info;
   if (setjmp(encoder.errors.failure) != 0) return false;
   jpeg_create_compress(&info);
-  jpeg_mem_dest(&info, &encoder.bytes, &encoder.size);
+  info.dest = &encoder;
   info.image_width = static_cast<JDIMENSION>(bitmap.width);
   info.image_height = static_cast<JDIMENSION>(bitmap.height);
   info.input_components = Bitmap::bytesPerPixel;
@@ -154,13 +180,28 @@ void convertInks(const JSAMPLE* inks, std::uint8_t* pixels, JDIMENSION width, bo
   }
 }
 
+/// Whether every component has come, in a progressive file each of its coefficients to the last
+/// bit. Known once all scans have been read; a file that leaves some out ends without a warning.
+bool isComplete(const jpeg_decompress_struct& info) {
+  for (int i = 0; i < info.num_components; ++i) {
+    if (info.comp_info[i].quant_table == nullptr) return false;
+    if (info.progressive_mode == FALSE) continue;
+    const int* missingBits = info.coef_bits[i];
+    if (std::any_of(missingBits, missingBits + DCTSIZE2, [](int bits) { return bits != 0; })) {
+      return false;
+    }
+  }
+  return true;
+}
+
 bool readHeader(Decoder& decoder, const Data& file) {
   jpeg_decompress_struct& info = decoder.info;
   jpeg_create_decompress(&info);
   jpeg_mem_src(&info, file.data(), static_cast<unsigned long>(file.size()));
   jpeg_read_header(&info, TRUE);
   const bool holdsCoefficients = jpeg_has_multiple_scans(&info) != FALSE;
-  return isWithinPixelLimit(info.image_width, info.image_height) &&
+  // Arithmetic coding, which hardly anybody writes, fills in what is missing without a warning.
+  return isWithinPixelLimit(info.image_width, info.image_height) && info.arith_code == FALSE &&
          (!holdsCoefficients || coefficientBytes(info) <= coefficientLimit);
 }
 
@@ -175,6 +216,7 @@ bool decompress(Decoder& decoder, const Data& file, Bitmap& bitmap) {
   decoder.progress.progress_monitor = refuseManyScans;
   info.progress = &decoder.progress;
   jpeg_start_decompress(&info);
+  if (!isComplete(info)) return false;
   bitmap.width = info.output_width;
   bitmap.height = info.output_height;
   bitmap.pixels.reserve(bitmap.rowBytes() * info.output_height);
@@ -195,11 +237,13 @@ bool decompress(Decoder& decoder, const Data& file, Bitmap& bitmap) {
 
 }  // namespace
 
-std::optional<Data> ImageCodec::encodeJPEG(const Bitmap& bitmap, float compressionFactor) {
+std::optional<Data> ImageCodec::encodeJPEG(const Bitmap& bitmap, float compressionFactor) try {
   if (std::max(bitmap.width, bitmap.height) > JPEG_MAX_DIMENSION) return std::nullopt;
   Encoder encoder;
   if (!compress(encoder, bitmap, qualityFrom(compressionFactor))) return std::nullopt;
-  return Data(encoder.bytes, encoder.bytes + encoder.size);
+  return Data(encoder.bytes, encoder.bytes + encoder.size());
+} catch (const std::bad_alloc&) {
+  return std::nullopt;
 }
 
 std::optional<Bitmap> ImageCodec::decodeJPEG(const Data& file) try {
