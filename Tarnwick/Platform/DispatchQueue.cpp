@@ -69,7 +69,8 @@ void DispatchQueue::run() {
   for (;;) {
     {
       const MutexLock lock(lock_);
-      while (blocks_.empty() && !stopped_) changed_.wait(lock_);
+      const bool isNested = drainer_ == std::this_thread::get_id();
+      while ((blocks_.empty() || isNested) && !stopped_) changed_.wait(lock_);
       if (std::exchange(stopped_, false)) return;
     }
     drain();
@@ -84,7 +85,7 @@ void DispatchQueue::stop() {
   changed_.notify_all();
 }
 
-int DispatchQueue::fileDescriptor() {
+int DispatchQueue::fileDescriptor() const {
   const MutexLock lock(lock_);
   if (readEnd_ == -1) {
     std::array<int, 2> ends{};

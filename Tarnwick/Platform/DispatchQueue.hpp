@@ -34,7 +34,7 @@ class DispatchQueue {
   /// and a block that calls it runs none. What a block throws passes; the later ones wait on.
   std::size_t drain();
 
-  /// Drains, and waits for more, until stop() is called.
+  /// Drains, and waits for more, until stop() is called. Called by a block it only waits for that.
   void run();
 
   /// Lets run() return after the blocks under way; a run() that has not begun yet returns at once.
@@ -42,7 +42,7 @@ class DispatchQueue {
 
   /// A descriptor that is readable while blocks wait, for poll() and its kin. It belongs to the
   /// queue: read nothing from it and do not close it. Throws std::system_error if there is none.
-  [[nodiscard]] int fileDescriptor();
+  [[nodiscard]] int fileDescriptor() const;
 
  private:
   friend class NeverDestroyed<DispatchQueue>;
@@ -56,13 +56,14 @@ class DispatchQueue {
   void markReadable() const TARNWICK_REQUIRES(lock_);
   void markUnreadable() const TARNWICK_REQUIRES(lock_);
 
-  Mutex lock_;
+  mutable Mutex lock_;
   std::condition_variable_any changed_;
   std::deque<std::function<void()>> blocks_ TARNWICK_GUARDED_BY(lock_);
   std::thread::id drainer_ TARNWICK_GUARDED_BY(lock_);  // the thread that drains, if one does
   bool stopped_ TARNWICK_GUARDED_BY(lock_) = false;
-  int readEnd_ TARNWICK_GUARDED_BY(lock_) = -1;  // of a pipe that holds one byte while blocks wait
-  int writeEnd_ TARNWICK_GUARDED_BY(lock_) = -1;
+  mutable int readEnd_ TARNWICK_GUARDED_BY(lock_) =
+      -1;  // of a pipe that holds one byte while blocks wait
+  mutable int writeEnd_ TARNWICK_GUARDED_BY(lock_) = -1;
 };
 
 }  // namespace tarnwick

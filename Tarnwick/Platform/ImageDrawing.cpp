@@ -37,7 +37,7 @@ bool isUsable(const Side& side) {
   constexpr CGFloat limit = 1e15;  // well inside both the integers and the exact doubles
   const auto isWithin = [](CGFloat value) { return std::abs(value) < limit; };
   return isWithin(side.from) && isWithin(side.into) && isWithin(side.fromLength) &&
-         isWithin(side.intoLength) && side.fromLength > 0 && side.intoLength > 0;
+         isWithin(side.intoLength) && side.fromLength > tolerance && side.intoLength > tolerance;
 }
 
 bool keepsLength(const Side& side) {

@@ -59,8 +59,9 @@ void NSOperation::reportFinished() {
     const MutexLock lock(lock_);
     if (std::exchange(hasReportedFinished_, true)) return;
     isQueued = isQueued_;
+    // Under the lock: once it is free, a queue may release the operation, if this is its last user.
+    finished_.notify_all();
   }
-  finished_.notify_all();
   if (!isQueued) runCompletionBlock();
 }
 

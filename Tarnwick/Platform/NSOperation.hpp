@@ -21,8 +21,8 @@ class NSOperation {
   NSOperation(const NSOperation&) = delete;
   NSOperation& operator=(const NSOperation&) = delete;
 
-  /// The work, which must not throw. Called also on a cancelled operation: it looks at isCancelled()
-  /// itself.
+  /// The work, which must not throw. Called also on a cancelled operation: it looks at
+  /// isCancelled() itself.
   virtual void main() {}
 
   /// Runs main() on the calling thread.

@@ -4,7 +4,6 @@
 #include <chrono>
 #include <condition_variable>
 #include <deque>
-#include <system_error>
 #include <thread>
 #include <utility>
 #include <vector>
@@ -63,7 +62,7 @@ class NSOperationQueue::State : public std::enable_shared_from_this<State> {
     while (reserveWorker()) {
       try {
         NSThread::detachNewThread([state = shared_from_this()] { state->work(); });
-      } catch (const std::system_error&) {
+      } catch (...) {
         const MutexLock lock(lock_);
         --workers_;
         throw;

@@ -27,6 +27,9 @@ class RunFlag {
     if (isOdd(count)) count_.compare_exchange_strong(count, count + 1);
   }
 
+  /// Ends this run, if it still goes on.
+  void end(Run run) noexcept { count_.compare_exchange_strong(run, run + 1); }
+
   [[nodiscard]] bool isRunning(Run run) const noexcept { return count_ == run; }
 
  private:
