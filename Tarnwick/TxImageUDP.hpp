@@ -42,8 +42,8 @@ class TxImageUDP final : public UDPClientDelegate {
   /// no thread can be started.
   void beginOperation();
 
-  /// Drops what has not left, says "End" to the peer and stops. Waits for two seconds; do not call
-  /// it from a thread that sends.
+  /// Drops what has not begun to leave, says "End" to the peer and stops. Waits for two seconds; do
+  /// not call it from a thread that sends.
   void endOperation();
 
   /// Whether the stream was begun and not ended. Nothing here depends on it, so it may be set.

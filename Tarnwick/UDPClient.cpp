@@ -7,7 +7,6 @@
 
 #include <algorithm>
 #include <chrono>
-#include <system_error>
 #include <utility>
 
 #include "Tarnwick/Platform/Log.hpp"
@@ -87,9 +86,9 @@ void UDPClient::beginOperation() {
   try {
     NSThread::detachNewThread(
         [client = shared_from_this(), socket, run = *run] { client->sendProcess(socket, run); });
-  } catch (const std::system_error&) {
+  } catch (...) {
     theSocket_ = socket;
-    okToRun_.end();
+    okToRun_.end(*run);
     throw;
   }
 }

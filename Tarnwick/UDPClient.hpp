@@ -83,8 +83,8 @@ class UDPClient final : public std::enable_shared_from_this<UDPClient> {
   void send(Data data);
 
   /// Queues a text and waits up to one second for the next reply, from whomever; then calls
-  /// `completion`, before it returns, with the reply or with none. A reply that came after an
-  /// earlier call had given up may answer this one at once: it is kept until somebody waits.
+  /// `completion`, before it returns, with the reply or with none. A second reply that comes
+  /// while a call lasts is kept, and answers the next call at once.
   /// `completion` must not be empty, and must not throw.
   void send(std::string_view message, const std::function<void(std::optional<Data>)>& completion);
 

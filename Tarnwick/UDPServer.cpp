@@ -5,7 +5,6 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <system_error>
 #include <utility>
 
 #include "Tarnwick/Platform/Log.hpp"
@@ -73,9 +72,9 @@ void UDPServer::beginOperation() {
   try {
     NSThread::detachNewThread(
         [server = shared_from_this(), socket, run = *run] { server->receiveProcess(socket, run); });
-  } catch (const std::system_error&) {
+  } catch (...) {
     theSocket_ = socket;
-    okToRun_.end();
+    okToRun_.end(*run);
     throw;
   }
 }
