@@ -4,7 +4,7 @@
 
 #include "Tarnwick/Platform/Log.hpp"
 #include "Tarnwick/Tarnwick.hpp"
-#include "Tests/Output.hpp"
+#include "Tests/Support.hpp"
 
 namespace tarnwick::test {
 namespace {

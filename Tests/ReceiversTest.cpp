@@ -4,90 +4,63 @@
 
 #include "Tarnwick/Platform/Log.hpp"
 #include "Tarnwick/Tarnwick.hpp"
-#include "Tests/MainThread.hpp"
-#include "Tests/Output.hpp"
-#include "Tests/Peer.hpp"
+#include "Tests/Support.hpp"
 
 namespace tarnwick::test {
 namespace {
 
-struct VideoEvent {
+/// What an application was told: the call, the number and the bytes or pixels, the bounds.
+struct Event {
   std::string what;
-  std::int64_t frameID = 0;
-  Data data;
-  bool operator==(const VideoEvent&) const = default;
+  std::int64_t number = 0;
+  Data data = {};
+  std::optional<CGRect> bounds = {};
+  bool operator==(const Event&) const = default;
 };
 
-struct VideoDelegate : RxVideoUDPDelegate {
-  Mailbox<VideoEvent> events;
-  void videoStarted() override { events.put({"started", 0, {}}); }
-  void videoStopped() override { events.put({"stopped", 0, {}}); }
+struct Application : RxVideoUDPDelegate, RxImageUDPDelegate, RxAudioUDPDelegate {
+  Mailbox<Event> events;
+  void videoStarted() override { events.put({"started"}); }
+  void videoStopped() override { events.put({"stopped"}); }
   void videoFrameReceived(std::int64_t frameID, Data data) override {
     events.put({"frame", frameID, std::move(data)});
   }
-};
-
-struct ReceivedImage {
-  std::shared_ptr<NSImage> image;
-  std::optional<CGRect> bounds;
-};
-
-struct ImageDelegate : RxImageUDPDelegate {
-  Mailbox<ReceivedImage> images;
   void imageReceived(std::shared_ptr<NSImage> image, std::optional<CGRect> bounds) override {
-    images.put({std::move(image), bounds});
+    events.put({"image", image->bitmap()->width, image->bitmap()->pixels, bounds});
   }
-};
-
-struct Recording {
-  std::int64_t recorded = 0;
-  Data data;
-  bool operator==(const Recording&) const = default;
-};
-
-struct AudioDelegate : RxAudioUDPDelegate {
-  Mailbox<Recording> recordings;
   void audioReceived(std::int64_t recorded, Data data) override {
-    recordings.put({recorded, std::move(data)});
+    events.put({"recording", recorded, std::move(data)});
   }
 };
 
-/// A receiver that runs, its delegate, and a peer that talks to it.
-template <typename Receiver, typename Delegate>
+/// A receiver that runs, its application, and a peer that talks to it.
+template <typename Receiver>
 struct Running {
   Running() { receiver->beginOperation(); }
   ~Running() { receiver->endOperation(); }
-  Running(const Running&) = delete;
-  Running& operator=(const Running&) = delete;
 
-  const std::shared_ptr<Delegate> delegate = std::make_shared<Delegate>();
+  const std::shared_ptr<Application> application = std::make_shared<Application>();
   const std::pair<std::shared_ptr<Receiver>, std::uint16_t> endpoint = onFreePort(
-      [this](std::uint16_t port) { return Receiver::create("receiver", port, 65500, delegate); });
+      [this](auto port) { return Receiver::create("receiver", port, 65500, application); });
   const std::shared_ptr<Receiver> receiver = endpoint.first;
   Peer peer{endpoint.second};
   MainThread mainThread;
 };
 
-using RunningVideo = Running<RxVideoUDP, VideoDelegate>;
-using RunningImage = Running<RxImageUDP, ImageDelegate>;
-using RunningAudio = Running<RxAudioUDP, AudioDelegate>;
+using Params = std::vector<std::string>;
+const std::optional<Params> none;
 
-/// A small PNG file, and the text that announces it.
-const Data& pictureFile() {
-  static const Data file = NSImage::create({3, 2})->pngRepresentation().value();
-  return file;
-}
-
-std::string announcement(const std::string& rest = "") {
-  return "size|" + std::to_string(pictureFile().size()) + rest;
-}
+/// A small PNG file, the text that announces it, and what the application is told of it.
+const Data pictureFile = NSImage::create({3, 2})->pngRepresentation().value();
+const std::string pictureSize = std::to_string(pictureFile.size());
+Event pictureEvent(std::optional<CGRect> bounds) { return {"image", 3, Data(3 * 2 * 4), bounds}; }
 
 // --- Classification ---
 
 struct Row {
   std::string datagram;
   RxResponse response;
-  std::optional<std::vector<std::string>> params;
+  std::optional<Params> params;
   bool keepsPayload;
 };
 
@@ -101,9 +74,6 @@ void expectRows(const std::vector<Row>& rows) {
   }
 }
 
-const std::optional<std::vector<std::string>> none;
-using Params = std::vector<std::string>;
-
 TEST(Protocol, NumbersItsResponses) {
   for (int value = 0; value <= 255; ++value) {
     const auto response = rxResponseFromRawValue(static_cast<std::uint8_t>(value));
@@ -116,7 +86,7 @@ TEST(Protocol, NumbersItsResponses) {
 }
 
 TEST(Protocol, SplitsMessages) {
-  const RunningAudio audio;
+  const Running<RxAudioUDP> audio;
   const auto split = [&](std::string_view text) { return audio.receiver->splitMessage(text); };
   EXPECT_EQ(split("Size|48213|Rect|~0~0~1440~900"),
             (Params{"Size", "48213", "Rect", "0", "0", "1440", "900"}));
@@ -181,9 +151,9 @@ TEST(Protocol, StopsTheProcessAtATextWithoutFields) {
   EXPECT_DEATH(std::ignore = RxAudioUDP::classify(bytes(std::string(300, '~'))), text);
   EXPECT_DEATH(
       {
-        RunningImage image;
+        Running<RxImageUDP> image;
         image.peer.sendBytes({});
-        image.delegate->images.await();
+        image.application->events.await();
       },
       text);
 }
@@ -219,24 +189,24 @@ TEST(Protocol, StopsTheProcessAtACoordinateThatDoesNotFit) {
 // --- The video receiver ---
 
 TEST(Video, StartsDeliversAndStops) {
-  RunningVideo video;
+  Running<RxVideoUDP> video;
   video.peer.sendBytes({1, 2, 3});  // announced by nobody
   video.peer.say("START");
   EXPECT_EQ(video.peer.hearText(), "video|started");
-  EXPECT_EQ(video.delegate->events.await(), (VideoEvent{"started", 0, {}}));
+  EXPECT_EQ(video.application->events.await(), (Event{"started"}));
   video.peer.say("videoframe|1|x|300");
   video.peer.sendBytes(Data(200, 9));
   video.peer.sendBytes(Data(100, 8));
   Data frame(200, 9);
   frame.resize(300, 8);
-  EXPECT_EQ(video.delegate->events.await(), (VideoEvent{"frame", 1, frame}));
+  EXPECT_EQ(video.application->events.await(), (Event{"frame", 1, frame}));
   video.peer.say("stop");
   EXPECT_EQ(video.peer.hearText(), "video|stopped");
-  EXPECT_EQ(video.delegate->events.await(), (VideoEvent{"stopped", 0, {}}));
+  EXPECT_EQ(video.application->events.await(), (Event{"stopped"}));
 }
 
 TEST(Video, DropsWhatIsReplacedOrCorrupt) {
-  RunningVideo video;
+  Running<RxVideoUDP> video;
   for (const char* text : {"videoframe|1|x|3", "ab",   // replaced by the next announcement
                            "videoframe|2|x|3", "ab",   // discarded by the start
                            "start", "c",               //
@@ -246,47 +216,26 @@ TEST(Video, DropsWhatIsReplacedOrCorrupt) {
                            "videoframe|5|x|3", "ab", "stop", "c"}) {  // survives the stop
     video.peer.say(text);
   }
-  EXPECT_EQ(video.delegate->events.await(), (VideoEvent{"started", 0, {}}));
-  EXPECT_EQ(video.delegate->events.await(), (VideoEvent{"stopped", 0, {}}));
-  EXPECT_EQ(video.delegate->events.await(), (VideoEvent{"frame", 5, bytes("abc")}));
+  EXPECT_EQ(video.application->events.await(), (Event{"started"}));
+  EXPECT_EQ(video.application->events.await(), (Event{"stopped"}));
+  EXPECT_EQ(video.application->events.await(), (Event{"frame", 5, bytes("abc")}));
 }
 
 TEST(Video, DeliversFramesInTheirOrder) {
-  RunningVideo video;
+  Running<RxVideoUDP> video;
   for (std::int64_t frame = -20; frame < 20; ++frame) {
     video.peer.say("videoframe|" + std::to_string(frame) + "|x|1");
     video.peer.say("a");
   }
   for (std::int64_t frame = -20; frame < 20; ++frame) {
-    EXPECT_EQ(video.delegate->events.await(), (VideoEvent{"frame", frame, bytes("a")}));
+    EXPECT_EQ(video.application->events.await(), (Event{"frame", frame, bytes("a")}));
   }
-}
-
-TEST(Video, StopsTheProcessAtAnAnnouncementThatIsNone) {
-  GTEST_FLAG_SET(death_test_style, "threadsafe");
-  const auto video =
-      onFreePort([](auto port) { return RxVideoUDP::create("video", port, 65500, nullptr); }).first;
-  const auto announce = [&](Params params) {
-    video->handleMessage(std::nullopt, std::move(params), RxResponse::VideoFrame);
-  };
-  const std::string noNumber =
-      "Fatal error: Unexpectedly found nil while unwrapping an Optional value\n";
-  EXPECT_DEATH(announce({"a", "3"}), noNumber);
-  EXPECT_DEATH(announce({"1", "9223372036854775808"}), noNumber);
-  EXPECT_DEATH(announce({"1"}), "Fatal error: Index out of range\n");
-  EXPECT_DEATH(
-      {
-        RunningVideo running;
-        running.peer.say("videoframe|1|x|3.0");
-        running.delegate->events.await();
-      },
-      noNumber);
 }
 
 // --- The image receiver ---
 
 TEST(Image, AnswersPins) {
-  RunningImage image;
+  Running<RxImageUDP> image;
   for (const auto& [pin, answer] : {std::pair{"pin|5183", "pin|ok"},
                                     {"PIN~1234", "pin|rejected"},
                                     {"pin|05183", "pin|rejected"},
@@ -306,36 +255,30 @@ TEST(Image, AnswersPins) {
 
 TEST(Image, DeliversScreensAndRegions) {
   Output output;
-  RunningImage image;
-  image.peer.say(announcement());
-  image.peer.sendBytes(pictureFile());
-  const auto screen = image.delegate->images.await();
-  ASSERT_TRUE(screen);
-  EXPECT_EQ(screen->image->size(), (CGSize{3, 2}));
-  EXPECT_EQ(screen->bounds, std::nullopt);
-  image.peer.say(announcement("|Rect|~0~-1~1440.9~900"));
-  const auto half = pictureFile().begin() + 9;
-  image.peer.sendBytes({pictureFile().begin(), half});
-  image.peer.sendBytes({half, pictureFile().end()});
-  const auto region = image.delegate->images.await();
-  ASSERT_TRUE(region);
-  EXPECT_EQ(region->bounds, (CGRect{{0, -1}, {1440, 900}}));
-  const std::string size = std::to_string(pictureFile().size());
-  EXPECT_TRUE(output.awaitLine("New full frame with size " + size));
-  EXPECT_TRUE(
-      output.awaitLine("New frame with size " + size + " bounds (0.0, -1.0, 1440.0, 900.0)"));
+  Running<RxImageUDP> image;
+  image.peer.say("size|" + pictureSize);
+  image.peer.sendBytes(pictureFile);
+  EXPECT_EQ(image.application->events.await(), pictureEvent(std::nullopt));
+  image.peer.say("Size|" + pictureSize + "|Rect|~0~-1~1440.9~900");
+  const auto half = pictureFile.begin() + 9;
+  image.peer.sendBytes({pictureFile.begin(), half});
+  image.peer.sendBytes({half, pictureFile.end()});
+  EXPECT_EQ(image.application->events.await(), pictureEvent(CGRect{{0, -1}, {1440, 900}}));
+  EXPECT_TRUE(output.awaitLine("New full frame with size " + pictureSize));
+  EXPECT_TRUE(output.awaitLine("New frame with size " + pictureSize +
+                               " bounds (0.0, -1.0, 1440.0, 900.0)"));
 }
 
 TEST(Image, IgnoresAnnouncementsThatAreNone) {
   Output output;
-  RunningImage image;
-  image.peer.say(announcement());
+  Running<RxImageUDP> image;
+  image.peer.say("size|" + pictureSize);
   for (const char* text : {"Size|x|Rect|~0~0~10~10", "Size|100|Rect|~a~0~10~10", "size|1e3",
                            "size|0x10|Rect|~0~0~10~10", "hello"}) {
     image.peer.say(text);  // and the image in progress goes on
   }
-  image.peer.sendBytes(pictureFile());
-  EXPECT_TRUE(image.delegate->images.await());
+  image.peer.sendBytes(pictureFile);
+  EXPECT_EQ(image.application->events.await(), pictureEvent(std::nullopt));
   logLine("end");
   EXPECT_TRUE(output.awaitLine("end"));
   EXPECT_EQ(std::count_if(output.lines().begin(), output.lines().end(),
@@ -344,48 +287,36 @@ TEST(Image, IgnoresAnnouncementsThatAreNone) {
 }
 
 TEST(Image, DropsWhatIsDiscardedCorruptOrNoImage) {
-  RunningImage image;
+  Running<RxImageUDP> image;
+  const std::string announcement = "size|" + pictureSize + "|Rect|4|4|4|";
   for (const char* discarding : {"starting", "End", "size|2"}) {
-    image.peer.say(announcement("|Rect|1|1|1|1"));
+    image.peer.say(announcement + "1");
     image.peer.say(discarding);
-    image.peer.sendBytes(pictureFile());  // "size|2": corrupt
+    image.peer.sendBytes(pictureFile);  // "size|2": corrupt
   }
   image.peer.say("size|3|Rect|2|2|2|2");
   image.peer.sendBytes({0xFF, 0xD8, 0xFF});  // complete, but no image
   image.peer.say("size|3|Rect|3|3|3|3");
   image.peer.say("abc");  // text is no piece of an image
-  image.peer.say(announcement("|Rect|4|4|4|4"));
-  image.peer.sendBytes(pictureFile());
-  const auto received = image.delegate->images.await();
-  ASSERT_TRUE(received);
-  EXPECT_EQ(received->bounds, (CGRect{{4, 4}, {4, 4}}));
+  image.peer.say(announcement + "5");
+  image.peer.sendBytes(pictureFile);
+  EXPECT_EQ(image.application->events.await(), pictureEvent(CGRect{{4, 4}, {4, 5}}));
 }
 
 // --- The audio receiver ---
 
 TEST(Audio, DeliversRecordingsAndNeverReplies) {
-  RunningAudio audio;
+  Running<RxAudioUDP> audio;
   for (const char* text : {"hello", "recorded|0|x|2", "ab",  // a recording without a number
                            "recorded|4|x|13", "hello", "wave|1|a|2|b|3", "wave|1|2"}) {
     audio.peer.say(text);
   }
-  EXPECT_EQ(audio.delegate->recordings.await(), (Recording{4, bytes("hellowave|1|2")}));
+  EXPECT_EQ(audio.application->events.await(), (Event{"recording", 4, bytes("hellowave|1|2")}));
   for (const char* text : {"recorded|5|x|1", "ab", "recorded|6|x|2", "a", "RECORDED|7|x|2", "cd"}) {
     audio.peer.say(text);
   }
-  EXPECT_EQ(audio.delegate->recordings.await(), (Recording{7, bytes("cd")}));
+  EXPECT_EQ(audio.application->events.await(), (Event{"recording", 7, bytes("cd")}));
   EXPECT_TRUE(audio.peer.hearsNothing());
-}
-
-TEST(Audio, StopsTheProcessAtAnAnnouncementThatIsNone) {
-  GTEST_FLAG_SET(death_test_style, "threadsafe");
-  EXPECT_DEATH(
-      {
-        RunningAudio audio;
-        audio.peer.say("recorded|x|y|6");
-        audio.delegate->recordings.await();
-      },
-      "Fatal error: Unexpectedly found nil while unwrapping an Optional value\n");
 }
 
 // --- What the three have in common ---
@@ -395,7 +326,7 @@ TEST(Receivers, PassTheErrorsOfTheirEndpoint) {
   EXPECT_THROW(std::ignore = RxVideoUDP::create("r", holder.port(), 1, nullptr), UDPError);
   EXPECT_THROW(std::ignore = RxImageUDP::create("r", holder.port(), 1, nullptr), UDPError);
   EXPECT_THROW(std::ignore = RxAudioUDP::create("r", holder.port(), 1, nullptr), UDPError);
-  RunningAudio audio;
+  Running<RxAudioUDP> audio;
   EXPECT_TRUE(audio.receiver->isActive());
   EXPECT_THROW(audio.receiver->beginOperation(), UDPError);
   audio.receiver->endOperation();
@@ -403,6 +334,25 @@ TEST(Receivers, PassTheErrorsOfTheirEndpoint) {
   EXPECT_TRUE(eventually([&] { return isPortFree(audio.endpoint.second); }));
   audio.receiver->beginOperation();
   EXPECT_TRUE(audio.receiver->isActive());
+}
+
+TEST(Receivers, StopTheProcessAtAnAnnouncementThatIsNone) {
+  GTEST_FLAG_SET(death_test_style, "threadsafe");
+  const auto announce = [](Params params) {
+    const auto video = std::make_shared<Running<RxVideoUDP>>();
+    video->receiver->handleMessage(std::nullopt, std::move(params), RxResponse::VideoFrame);
+  };
+  const auto hear = [](auto running, const char* announcement) {
+    running->peer.say(announcement);
+    running->application->events.await();
+  };
+  const std::string noNumber =
+      "Fatal error: Unexpectedly found nil while unwrapping an Optional value\n";
+  EXPECT_DEATH(announce({"1", "9223372036854775808"}), noNumber);
+  EXPECT_DEATH(announce({"1"}), "Fatal error: Index out of range\n");
+  EXPECT_DEATH(hear(std::make_unique<Running<RxVideoUDP>>(), "videoframe|1|x|3.0"), noNumber);
+  EXPECT_DEATH(hear(std::make_unique<Running<RxVideoUDP>>(), "videoframe|a|x|3"), noNumber);
+  EXPECT_DEATH(hear(std::make_unique<Running<RxAudioUDP>>(), "recorded|x|y|6"), noNumber);
 }
 
 TEST(Receivers, WorkWithoutADelegate) {
@@ -418,12 +368,12 @@ TEST(Receivers, WorkWithoutADelegate) {
 }
 
 TEST(Receivers, DeliverWhatTheMainQueueHoldsAfterTheEnd) {
-  RunningVideo video;
+  Running<RxVideoUDP> video;
   video.receiver->endOperation();
   EXPECT_TRUE(eventually([&] { return isPortFree(video.endpoint.second); }));
   video.receiver->handleMessage(std::nullopt, Params{"2", "1"}, RxResponse::VideoFrame);
   video.receiver->handleMessage(Data{7}, std::nullopt, RxResponse::Default);
-  EXPECT_EQ(video.delegate->events.await(), (VideoEvent{"frame", 2, {7}}));
+  EXPECT_EQ(video.application->events.await(), (Event{"frame", 2, {7}}));
 }
 
 }  // namespace

@@ -8,9 +8,7 @@
 
 #include "Tarnwick/Platform/Text.hpp"
 #include "Tarnwick/Tarnwick.hpp"
-#include "Tests/MainThread.hpp"
-#include "Tests/Output.hpp"
-#include "Tests/Peer.hpp"
+#include "Tests/Support.hpp"
 #include "Tests/Pictures.hpp"
 
 namespace tarnwick::test {

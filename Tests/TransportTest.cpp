@@ -6,8 +6,7 @@
 #include <thread>
 
 #include "Tarnwick/Tarnwick.hpp"
-#include "Tests/Output.hpp"
-#include "Tests/Peer.hpp"
+#include "Tests/Support.hpp"
 
 #if defined(TARNWICK_TEST_FAULTS)
 // The linker leads these calls of the library here, so that a test can let them fail.
@@ -46,31 +45,45 @@ struct Listener : UDPClientDelegate {
   }
 };
 
-auto newServer(std::int64_t bufferSize = 65500,
-               const std::shared_ptr<Responder>& delegate = nullptr) {
-  return onFreePort(
-      [&](std::uint16_t port) { return UDPServer::create("server", port, bufferSize, delegate); });
-}
+/// A server, its delegate, and a peer that talks to it.
+struct Serving {
+  explicit Serving(std::int64_t bufferSize = 65500)
+      : endpoint(onFreePort(
+            [&](auto free) { return UDPServer::create("server", free, bufferSize, responder); })) {}
+  ~Serving() { server->endOperation(); }
 
-auto newClient(const Peer& peer, std::int64_t bufferSize = 65500,
-               const std::shared_ptr<Listener>& delegate = nullptr) {
-  return UDPClient::create("client", "127.0.0.1", peer.port(), bufferSize, delegate);
-}
+  Data await() const {
+    std::optional<Data> datagram;
+    EXPECT_TRUE(eventually([&] { return (datagram = server->recieve()).has_value(); }));
+    return datagram.value_or(Data());
+  }
+
+  const std::shared_ptr<Responder> responder = std::make_shared<Responder>();
+  const std::pair<std::shared_ptr<UDPServer>, std::uint16_t> endpoint;
+  UDPServer* const server = endpoint.first.get();
+  Peer peer{endpoint.second};
+};
+
+/// A client, its delegate, and the peer that it talks to.
+struct Sending {
+  explicit Sending(std::int64_t bufferSize = 65500)
+      : client(UDPClient::create("client", "127.0.0.1", peer.port(), bufferSize, listener)) {}
+  ~Sending() { client->endOperation(); }
+
+  /// What the peer hears next, by length.
+  std::size_t hearSize() { return peer.hear().value_or(Data()).size(); }
+
+  Peer peer;
+  const std::shared_ptr<Listener> listener = std::make_shared<Listener>();
+  const std::shared_ptr<UDPClient> client;
+};
 
 template <typename Action>
-std::optional<UDPError> errorOf(Action action) {
-  try {
-    action();
-  } catch (const UDPError& error) {
-    return error;
-  }
+std::optional<UDPError> errorOf(Action action) try {
+  action();
   return std::nullopt;
-}
-
-Data awaitDatagram(UDPServer& server) {
-  std::optional<Data> datagram;
-  EXPECT_TRUE(eventually([&] { return (datagram = server.recieve()).has_value(); }));
-  return datagram.value_or(Data());
+} catch (const UDPError& error) {
+  return error;
 }
 
 Data pattern(std::size_t size) {
@@ -79,9 +92,14 @@ Data pattern(std::size_t size) {
   return data;
 }
 
+constexpr auto largest = std::numeric_limits<std::int64_t>::max();
+
 // --- Set-up ---
 
-TEST(SetUp, RefusesAddressesThatAreNone) {
+TEST(SetUp, RefusesWhatIsTakenOrNoAddress) {
+  const Peer holder;
+  EXPECT_EQ(errorOf([&] { std::ignore = UDPServer::create("server", holder.port()); }),
+            UDPError::bindSocket);
   for (const char* address : {"300.1.1.1", "localhost", "", "127.0.0.1x", "::1"}) {
     EXPECT_EQ(errorOf([&] { std::ignore = UDPClient::create("client", address, 1); }),
               UDPError::badAddress)
@@ -90,12 +108,6 @@ TEST(SetUp, RefusesAddressesThatAreNone) {
   for (const char* address : {"127.0.0.1", "10.1", "2130706433"}) {
     EXPECT_NE(UDPClient::create("client", address, 1), nullptr) << address;
   }
-}
-
-TEST(SetUp, RefusesAPortThatIsTaken) {
-  const Peer holder;
-  EXPECT_EQ(errorOf([&] { std::ignore = UDPServer::create("server", holder.port()); }),
-            UDPError::bindSocket);
 }
 
 TEST(SetUp, ReportsWhatTheSystemRefuses) {
@@ -120,343 +132,265 @@ TEST(SetUp, ReportsWhatTheSystemRefuses) {
 }
 
 TEST(SetUp, CapsTheBufferSizeAndNothingElse) {
-  const Peer peer;
   for (const auto& [asked, given] :
        {std::pair<std::int64_t, std::int64_t>{100000, 65500}, {1024, 1024}, {-5, -5}}) {
-    EXPECT_EQ(newServer(asked).first->bufferLimit(), given);
-    const auto client = newClient(peer, asked);
-    EXPECT_EQ(client->bufferLimit(), given);
-    client->setBufferLimit(1 << 20);
-    EXPECT_EQ(client->bufferLimit(), 1 << 20);
+    EXPECT_EQ(Serving(asked).server->bufferLimit(), given);
+    const Sending sending(asked);
+    EXPECT_EQ(sending.client->bufferLimit(), given);
+    sending.client->setBufferLimit(largest);
+    EXPECT_EQ(sending.client->bufferLimit(), largest);
   }
 }
 
 TEST(SetUp, RefusesASecondStart) {
-  const Peer peer;
-  const auto [server, port] = newServer();
-  const auto client = newClient(peer);
   Output output;
-  server->beginOperation();
-  EXPECT_EQ(errorOf([&, &server = server] { server->beginOperation(); }),
-            UDPError::alreadyInProgress);
-  client->beginOperation();
+  const Serving serving;
+  const Sending sending;
+  serving.server->beginOperation();
+  EXPECT_EQ(errorOf([&] { serving.server->beginOperation(); }), UDPError::alreadyInProgress);
+  sending.client->beginOperation();
   EXPECT_TRUE(output.awaitLine("Begin Operation for client"));
-  EXPECT_EQ(errorOf([&] { client->beginOperation(); }), UDPError::alreadyInProgress);
+  EXPECT_EQ(errorOf([&] { sending.client->beginOperation(); }), UDPError::alreadyInProgress);
   EXPECT_TRUE(output.awaitLine("Begin Operation for client"));
-  server->endOperation();
-  client->endOperation();
+  sending.client->endOperation();
   EXPECT_TRUE(output.awaitLine("End Operation for client"));
 }
 
 #if defined(__GLIBC__)
 TEST(SetUp, SurvivesAThreadThatCannotBeStarted) {
-  const Peer peer;
-  auto [server, port] = newServer();
-  const auto client = newClient(peer);
+  Serving serving;
+  const Sending sending;
   pthread_attr_t usual, huge;
   pthread_getattr_default_np(&usual);
   pthread_getattr_default_np(&huge);
   pthread_attr_setstacksize(&huge, std::size_t{1} << 50);
   pthread_setattr_default_np(&huge);
-  EXPECT_THROW(server->beginOperation(), std::system_error);
-  EXPECT_THROW(client->beginOperation(), std::system_error);
+  EXPECT_THROW(serving.server->beginOperation(), std::system_error);
+  EXPECT_THROW(sending.client->beginOperation(), std::system_error);
   pthread_setattr_default_np(&usual);
-  server->beginOperation();
-  client->beginOperation();
-  Peer(port).say("heard");
-  EXPECT_EQ(awaitDatagram(*server), bytes("heard"));
-  server->endOperation();
-  client->endOperation();
+  serving.server->beginOperation();
+  sending.client->beginOperation();
+  serving.peer.say("heard");
+  EXPECT_EQ(serving.await(), bytes("heard"));
 }
 #endif
 
 // --- Receiving ---
 
 TEST(Server, QueuesDatagramsInOrderOfArrival) {
-  const auto [server, port] = newServer();
-  Peer peer(port);
-  server->beginOperation();
-  for (const char* text : {"one", "", "three"}) peer.say(text);
-  EXPECT_EQ(awaitDatagram(*server), bytes("one"));
-  EXPECT_EQ(awaitDatagram(*server), Data());
-  EXPECT_EQ(awaitDatagram(*server), bytes("three"));
-  EXPECT_EQ(server->recieve(), std::nullopt);
-  peer.say("dropped");
-  peer.say("kept");
-  while (awaitDatagram(*server) != bytes("dropped")) continue;
-  server->clearRxQueue();
-  server->endOperation();
+  Serving serving;
+  serving.responder->answer = [] { return std::nullopt; };
+  serving.server->beginOperation();
+  for (const char* text : {"one", "", "three"}) serving.peer.say(text);
+  EXPECT_EQ(serving.await(), bytes("one"));
+  EXPECT_EQ(serving.await(), Data());
+  EXPECT_EQ(serving.await(), bytes("three"));
+  EXPECT_EQ(serving.server->recieve(), std::nullopt);
+}
+
+TEST(Server, DropsItsQueueWhenAsked) {
+  Serving serving;
+  Mailbox<bool> queued;
+  serving.responder->answer = [&] {
+    queued.put(true);
+    return std::nullopt;
+  };
+  serving.server->beginOperation();
+  for (const char* text : {"one", "two"}) serving.peer.say(text);
+  EXPECT_TRUE(queued.await() && queued.await());
+  serving.server->clearRxQueue();
+  EXPECT_EQ(serving.server->recieve(), std::nullopt);
 }
 
 TEST(Server, CutsDatagramsToTheLimit) {
-  const auto [server, port] = newServer(1024);
-  Peer peer(port);
-  server->beginOperation();
-  const auto receivedSize = [&, &server = server](std::int64_t limit) {
-    server->setBufferLimit(limit);
+  Serving serving(1024);
+  serving.server->beginOperation();
+  const auto receivedSize = [&](std::int64_t limit) {
+    serving.server->setBufferLimit(limit);
     // The pass under way may still have the old limit.
-    std::size_t previous = 1, size = 0;
-    for (; size != previous; size = awaitDatagram(*server).size()) {
-      previous = size;
-      peer.sendBytes(Data(2000));
-    }
-    return size;
+    for (int i = 0; i < 2; ++i) serving.peer.sendBytes(Data(2000));
+    serving.await();
+    return serving.await().size();
   };
   EXPECT_EQ(receivedSize(1024), 1024);
-  EXPECT_EQ(receivedSize(1 << 20), 1024);  // the buffer is as large as it began
+  EXPECT_EQ(receivedSize(largest), 1024);  // the buffer is as large as it began
   EXPECT_EQ(receivedSize(7), 7);
   EXPECT_EQ(receivedSize(std::numeric_limits<std::int64_t>::min()), 0);
-  server->endOperation();
 }
 
 TEST(Server, TakesTheLargestDatagramAtAnyLargeLimit) {
-  const auto [server, port] = newServer();
-  server->setBufferLimit(std::numeric_limits<std::int64_t>::max());
-  server->beginOperation();
-  const Data largest = pattern(65507);
-  Peer(port).sendBytes(largest);
-  EXPECT_EQ(awaitDatagram(*server), largest);
-  server->endOperation();
+  Serving serving;
+  serving.server->setBufferLimit(largest);
+  serving.server->beginOperation();
+  serving.peer.sendBytes(pattern(65507));
+  EXPECT_EQ(serving.await(), pattern(65507));
 }
 
 TEST(Server, RepliesToWhoeverSpokeLast) {
-  const auto responder = std::make_shared<Responder>();
-  const auto [server, port] = newServer(65500, responder);
-  std::weak_ptr<UDPServer> endpoint = server;
-  responder->answer = [endpoint]() -> std::optional<Data> {
-    auto datagram = endpoint.lock()->recieve();
+  Output output;
+  Serving serving(16);
+  serving.responder->answer = [server = serving.server]() -> std::optional<Data> {
+    auto datagram = server->recieve();
     if (datagram == bytes("silence")) return std::nullopt;
     if (datagram == bytes("nothing")) return Data();
+    if (datagram == bytes("more")) return pattern(5000);  // beyond its own limit
     return datagram;
   };
-  Output output;
-  Peer first(port), second(port);
-  server->beginOperation();
+  Peer second(serving.endpoint.second);
+  serving.server->beginOperation();
   EXPECT_TRUE(output.awaitLine("Receive process running for server"));
-  first.say("nine bytes");
-  EXPECT_EQ(first.hearText(), "nine bytes");
+  serving.peer.say("ten bytes.");
+  EXPECT_EQ(serving.peer.hearText(), "ten bytes.");
   EXPECT_TRUE(output.awaitLine("server sent response of length 10"));
-  server->setName("renamed");
-  second.say("silence");
-  second.say("nothing");
-  EXPECT_EQ(second.hearText(), "");
-  EXPECT_TRUE(output.awaitLine("renamed sent response of length 0"));
-  EXPECT_TRUE(first.hearsNothing());
-  EXPECT_EQ(output.lines().size(), 3);
-  server->endOperation();
-}
-
-TEST(Server, SendsAReplyLongerThanItsLimit) {
-  const auto responder = std::make_shared<Responder>();
-  responder->answer = [] { return pattern(5000); };
-  const auto [server, port] = newServer(16, responder);
-  Peer peer(port);
-  server->beginOperation();
-  peer.say("more");
-  EXPECT_EQ(peer.hear(), pattern(5000));
-  server->endOperation();
+  serving.server->setName("renamed");
+  for (const char* text : {"silence", "nothing", "more"}) second.say(text);
+  EXPECT_EQ(second.hear(), Data());
+  EXPECT_EQ(second.hear(), pattern(5000));
+  EXPECT_TRUE(output.awaitLine("renamed sent response of length 5000"));
+  EXPECT_TRUE(serving.peer.hearsNothing());
+  EXPECT_EQ(output.lines().size(), 4);
 }
 
 // --- Sending ---
 
 TEST(Client, SendsOneDatagramAMessage) {
-  Peer peer;
-  const auto client = newClient(peer);
-  client->send("before the start");
-  client->beginOperation();
-  client->send(Data());
-  client->send(pattern(65500));
-  EXPECT_EQ(peer.hearText(), "before the start");
-  EXPECT_EQ(peer.hear(), Data());
-  EXPECT_EQ(peer.hear(), pattern(65500));
-  client->endOperation();
+  Sending sending;
+  sending.client->send("before the start");
+  sending.client->beginOperation();
+  sending.client->send(Data());
+  sending.client->send(pattern(65500));
+  EXPECT_EQ(sending.peer.hearText(), "before the start");
+  EXPECT_EQ(sending.peer.hear(), Data());
+  EXPECT_EQ(sending.peer.hear(), pattern(65500));
 }
 
 TEST(Client, HoldsBackTheRestOfALongMessage) {
-  Peer peer;
-  const auto client = newClient(peer, 1000);
-  client->beginOperation();
+  Sending sending(1000);
+  sending.client->beginOperation();
   const Data message = pattern(2500);
-  client->send(message);
-  Data received = peer.hear().value_or(Data());
-  EXPECT_EQ(received.size(), 1000);
-  EXPECT_TRUE(peer.hearsNothing());
-  client->send("next");
-  for (const std::size_t size : {1000, 500}) {
-    const Data piece = peer.hear().value_or(Data());
-    EXPECT_EQ(piece.size(), size);
-    received.insert(received.end(), piece.begin(), piece.end());
-  }
-  EXPECT_EQ(received, message);
-  EXPECT_EQ(peer.hearText(), "next");
-  client->endOperation();
+  sending.client->send(message);
+  EXPECT_EQ(sending.peer.hear(), Data(message.begin(), message.begin() + 1000));
+  EXPECT_TRUE(sending.peer.hearsNothing());
+  sending.client->send("next");
+  EXPECT_EQ(sending.peer.hear(), Data(message.begin() + 1000, message.begin() + 2000));
+  EXPECT_EQ(sending.peer.hear(), Data(message.begin() + 2000, message.end()));
+  EXPECT_EQ(sending.peer.hearText(), "next");
 }
 
 TEST(Client, EmptiesAFullQueueForTheNewestMessage) {
-  Peer peer;
-  const auto client = newClient(peer);
-  for (int i = 0; i < 100; ++i) client->send(std::to_string(i));
-  client->send("not \xFF text");  // no message at all: the queue stays as it is
-  client->beginOperation();
-  for (int i = 0; i < 100; ++i) EXPECT_EQ(peer.hearText(), std::to_string(i));
-  client->endOperation();
-
-  const auto full = newClient(peer);
-  for (int i = 0; i <= 100; ++i) full->send(std::to_string(i));
-  full->beginOperation();
-  EXPECT_EQ(peer.hearText(), "100");
-  EXPECT_TRUE(peer.hearsNothing());
-  full->endOperation();
+  for (const int count : {100, 101}) {
+    Sending sending;
+    for (int i = 1; i <= count; ++i) sending.client->send(std::to_string(i));
+    sending.client->send("not \xFF text");  // no message at all: the queue stays as it is
+    sending.client->beginOperation();
+    for (int i = count == 101 ? 101 : 1; i <= count; ++i) {
+      EXPECT_EQ(sending.peer.hearText(), std::to_string(i));
+    }
+    EXPECT_TRUE(sending.peer.hearsNothing());
+  }
 }
 
 TEST(Client, DropsWhatWaitsWhenResetOrEnded) {
-  Peer peer;
-  const auto client = newClient(peer);
-  client->send("reset");
-  client->resetMessageQueue();
-  client->send("kept");
-  client->beginOperation();
-  EXPECT_EQ(peer.hearText(), "kept");
-  client->endOperation();
-  client->send("after the end");
-
-  const auto ended = newClient(peer);
-  ended->send("discarded");
-  ended->endOperation();
-  ended->beginOperation();
-  ended->send("sent");
-  EXPECT_EQ(peer.hearText(), "sent");
-  ended->endOperation();
+  Sending sending;
+  sending.client->send("reset");
+  sending.client->resetMessageQueue();
+  sending.client->send("discarded");
+  sending.client->endOperation();
+  sending.client->send("sent");
+  sending.client->beginOperation();
+  EXPECT_EQ(sending.peer.hearText(), "sent");
 }
 
 TEST(Client, RetriesWhatCannotBeSent) {
-  Peer peer;
-  const auto client = newClient(peer);
-  client->setBufferLimit(std::numeric_limits<std::int64_t>::max());
-  client->beginOperation();
-  client->send(pattern(100000));
-  client->send("behind");
-  EXPECT_TRUE(peer.hearsNothing());
-  client->setBufferLimit(60000);  // lowering takes effect at once
-  EXPECT_EQ(peer.hear().value_or(Data()).size(), 60000);
-  EXPECT_EQ(peer.hear().value_or(Data()).size(), 40000);
-  EXPECT_EQ(peer.hearText(), "behind");
-  client->endOperation();
+  Sending sending;
+  sending.client->setBufferLimit(largest);
+  sending.client->beginOperation();
+  sending.client->send(pattern(100000));
+  sending.client->send("behind");
+  EXPECT_TRUE(sending.peer.hearsNothing());
+  sending.client->setBufferLimit(60000);  // lowering takes effect at once
+  EXPECT_EQ(sending.hearSize(), 60000);
+  EXPECT_EQ(sending.hearSize(), 40000);
+  EXPECT_EQ(sending.peer.hearText(), "behind");
 }
 
 TEST(Client, GivesAReplyToDelegateAndWaitingCaller) {
-  Peer peer;
-  const auto listener = std::make_shared<Listener>();
-  const auto client = newClient(peer, 65500, listener);
-  client->beginOperation();
+  Sending sending;
+  sending.client->beginOperation();
   std::thread answering([&] {
-    EXPECT_EQ(peer.hearText(), "question");
-    peer.say("ok");
+    EXPECT_EQ(sending.peer.hearText(), "question");
+    sending.peer.say("first");
   });
   std::optional<Data> answer;
-  client->send("question", [&](std::optional<Data> data) { answer = std::move(data); });
-  answering.join();
-  EXPECT_EQ(answer, bytes("ok"));
-  EXPECT_EQ(listener->responses.await(), bytes("ok"));
-  peer.sendBytes({});
-  EXPECT_EQ(listener->responses.await(), Data());
-  client->endOperation();
-}
-
-TEST(Client, KeepsASecondReplyForTheNextCaller) {
-  Peer peer;
-  const auto listener = std::make_shared<Listener>();
-  const auto client = newClient(peer, 65500, listener);
-  client->beginOperation();
-  std::thread answering([&] {
-    peer.hear();
-    peer.say("first");
-  });
-  std::optional<Data> answer;
-  client->send("?", [&](const std::optional<Data>&) {
-    listener->responses.await();
-    peer.say("second");  // while the call still lasts
-    listener->responses.await();
+  const auto keep = [&](std::optional<Data> data) { answer = std::move(data); };
+  sending.client->send("question", [&](std::optional<Data> data) {
+    keep(std::move(data));
+    EXPECT_EQ(sending.listener->responses.await(), bytes("first"));
+    sending.peer.sendBytes({});  // while the call still lasts
+    EXPECT_EQ(sending.listener->responses.await(), Data());
   });
   answering.join();
-  client->send("??", [&](std::optional<Data> data) { answer = std::move(data); });
-  EXPECT_EQ(answer, bytes("second"));
-  // Nothing is left for a third caller, who waits in vain.
-  client->send("???", [&](std::optional<Data> data) { answer = std::move(data); });
+  EXPECT_EQ(answer, bytes("first"));
+  sending.client->send("again", keep);  // answered at once, by the reply that nobody took
+  EXPECT_EQ(answer, Data());
+  sending.client->send("and again", keep);
   EXPECT_EQ(answer, std::nullopt);
-  client->endOperation();
 }
 
 TEST(Client, WaitsInVainOnItsOwnThread) {
-  Peer peer;
-  const auto listener = std::make_shared<Listener>();
-  const auto client = newClient(peer, 65500, listener);
+  Sending sending;
   Mailbox<std::optional<Data>> answers;
-  listener->listen = [&, endpoint = std::weak_ptr(client)](const Data&) {
-    endpoint.lock()->send("?", [&](std::optional<Data> data) { answers.put(std::move(data)); });
+  sending.listener->listen = [&](const Data&) {
+    sending.client->send("?", [&](std::optional<Data> data) { answers.put(std::move(data)); });
   };
-  client->beginOperation();
-  client->send("hello");
-  peer.hear();
-  peer.say("hello");
+  sending.client->beginOperation();
+  sending.client->send("hello");
+  sending.peer.hear();
+  sending.peer.say("hello");
   EXPECT_EQ(answers.await(), std::optional<std::optional<Data>>(std::optional<Data>()));
-  client->endOperation();
 }
 
 TEST(Client, FollowsWhoeverReplies) {
-  Peer peer;
-  const auto listener = std::make_shared<Listener>();
-  const auto client = newClient(peer, 65500, listener);
-  client->beginOperation();
-  client->send("hello");
-  peer.hear();
-  Peer stranger(peer.target());
+  Sending sending;
+  sending.client->beginOperation();
+  sending.client->send("hello");
+  sending.peer.hear();
+  Peer stranger(sending.peer.target());
   stranger.say("redirect");
-  EXPECT_EQ(listener->responses.await(), bytes("redirect"));
-  client->send("follow");
+  EXPECT_EQ(sending.listener->responses.await(), bytes("redirect"));
+  sending.client->send("follow");
   EXPECT_EQ(stranger.hearText(), "follow");
-  client->endOperation();
 }
 
 // --- Life cycle ---
 
 TEST(LifeCycle, EndsBeforeTheStartAndFromInsideACall) {
-  const auto responder = std::make_shared<Responder>();
-  const auto [server, port] = newServer(65500, responder);
-  server->endOperation();
-  std::atomic<int> calls = 0;
-  responder->answer = [&, endpoint = std::weak_ptr(server)]() -> std::optional<Data> {
-    ++calls;
-    endpoint.lock()->endOperation();
+  Serving serving;
+  serving.server->endOperation();
+  serving.responder->answer = [server = serving.server]() -> std::optional<Data> {
+    server->endOperation();
     return bytes("goodbye");
   };
-  Peer peer(port);
-  server->beginOperation();
-  peer.say("hello");
-  EXPECT_EQ(peer.hearText(), "goodbye");
-  EXPECT_TRUE(eventually([port = port] { return isPortFree(port); }));
-  EXPECT_EQ(calls, 1);
+  serving.server->beginOperation();
+  serving.peer.say("hello");
+  EXPECT_EQ(serving.peer.hearText(), "goodbye");
+  EXPECT_TRUE(eventually([&] { return isPortFree(serving.endpoint.second); }));
 }
 
 TEST(LifeCycle, RestartsWithoutASocket) {
-  const Peer place;
-  const auto [server, port] = newServer();
-  const auto client = newClient(place);
   Output output;
-  const std::string serverLine = "Receive process running for server";
-  const std::string clientLine = "Send process running for client";
+  const Serving serving;
+  const Sending sending;
   for (int run = 0; run < 2; ++run) {
-    server->beginOperation();
-    EXPECT_TRUE(output.awaitLine(serverLine));
-    client->beginOperation();
-    EXPECT_TRUE(output.awaitLine(clientLine));
-    server->endOperation();
-    client->endOperation();
-    EXPECT_TRUE(eventually([port = port] { return isPortFree(port); }));
+    serving.server->endOperation();
+    sending.client->endOperation();
+    serving.server->beginOperation();
+    EXPECT_TRUE(output.awaitLine("Receive process running for server"));
+    sending.client->beginOperation();
+    EXPECT_TRUE(output.awaitLine("Send process running for client"));
   }
-  server->beginOperation();
-  client->beginOperation();
-  client->send("to nobody");
+  EXPECT_TRUE(eventually([&] { return isPortFree(serving.endpoint.second); }));
+  sending.client->send("to nobody");
   // Whatever descriptors are given out now, the endpoints that run again leave them alone.
   Peer first, second;
   for (int i = 0; i < 200; ++i) {
@@ -465,45 +399,19 @@ TEST(LifeCycle, RestartsWithoutASocket) {
     EXPECT_EQ(first.hearText(), "first");
     EXPECT_EQ(second.hearText(), "second");
   }
-  EXPECT_EQ(server->recieve(), std::nullopt);
-  server->endOperation();
-  client->endOperation();
-}
-
-TEST(LifeCycle, LetsTwoThreadsNeverServeOneEndpoint) {
-  const auto responder = std::make_shared<Responder>();
-  std::atomic<int> inside = 0, calls = 0;
-  responder->answer = [&]() -> std::optional<Data> {
-    EXPECT_EQ(++inside, 1);
-    ++calls;
-    std::this_thread::yield();
-    --inside;
-    return std::nullopt;
-  };
-  const auto [server, port] = newServer(65500, responder);
-  Peer peer(port);
-  for (int run = 0; run < 5; ++run) {
-    server->beginOperation();
-    peer.say("hello");
-    EXPECT_TRUE(run > 0 || eventually([&] { return calls == 1; }));
-    server->endOperation();
-  }
-  EXPECT_TRUE(eventually([port = port] { return isPortFree(port); }));
+  EXPECT_EQ(serving.server->recieve(), std::nullopt);
 }
 
 TEST(LifeCycle, FreesAnEndpointOnceItsThreadHasEnded) {
-  const Peer peer;
   std::weak_ptr<UDPServer> server;
   std::weak_ptr<UDPClient> client;
   {
-    const auto serving = newServer().first;
-    const auto sending = newClient(peer);
-    serving->beginOperation();
-    sending->beginOperation();
-    server = serving;
-    client = sending;
-    serving->endOperation();
-    sending->endOperation();
+    const Serving serving;
+    const Sending sending;
+    serving.server->beginOperation();
+    sending.client->beginOperation();
+    server = serving.endpoint.first;
+    client = sending.client;
   }
   EXPECT_TRUE(eventually([&] { return server.expired() && client.expired(); }));
 }
@@ -512,9 +420,10 @@ TEST(LifeCycle, LeavesNothingToTheEndOfTheProcess) {
   GTEST_FLAG_SET(death_test_style, "threadsafe");
   EXPECT_EXIT(
       {
-        const Peer peer;
-        newServer().first->beginOperation();
-        newClient(peer)->beginOperation();
+        const Serving serving;
+        const Sending sending;
+        serving.server->beginOperation();
+        sending.client->beginOperation();
         std::exit(0);
       },
       testing::ExitedWithCode(0), "");
