@@ -138,49 +138,30 @@ std::shared_ptr<Frame> filled(Frame frame, const Data& data) {
   return std::make_shared<Frame>(std::move(frame));
 }
 
-TEST(ReceiveOperations, GiveVideoWithItsNumber) {
-  RxStreamVideoOperation complete(filled(RxVideoFrame(7, 3), {1, 2, 3}));
-  EXPECT_EQ(changesOf(complete), worked);
-  EXPECT_EQ(complete.data, (Data{1, 2, 3}));
-  EXPECT_EQ(complete.frameID, 7);
+TEST(ReceiveOperations, GiveTheBytesWithTheirNumber) {
+  RxStreamVideoOperation video(filled(RxVideoFrame(7, 3), {1, 2, 3}));
+  EXPECT_EQ(changesOf(video), worked);
+  EXPECT_TRUE(video.data == Data({1, 2, 3}) && video.frameID == 7);
+  RxStreamAudioOperation audio(filled(RxAudioFrame(3, 1), {9}));
+  EXPECT_EQ(changesOf(audio), worked);
+  EXPECT_TRUE(audio.data == Data{9} && audio.recorded == 3);
   RxStreamVideoOperation incomplete(filled(RxVideoFrame(7, 3), {1, 2}));
   incomplete.start();
-  EXPECT_EQ(incomplete.data, std::nullopt);
-  EXPECT_EQ(incomplete.frameID, 7);
-}
-
-TEST(ReceiveOperations, GiveAudioWithItsNumber) {
-  RxStreamAudioOperation numbered(filled(RxAudioFrame(3, 1), {9}));
-  EXPECT_EQ(changesOf(numbered), worked);
-  EXPECT_EQ(numbered.data, Data{9});
-  EXPECT_EQ(numbered.recorded, 3);
-  RxStreamAudioOperation incomplete(filled(RxAudioFrame(3, 2), {9}));
-  incomplete.start();
-  EXPECT_EQ(incomplete.data, std::nullopt);
-  EXPECT_EQ(incomplete.recorded, 3);
+  EXPECT_TRUE(!incomplete.data && incomplete.frameID == 7);
 }
 
 TEST(ReceiveOperations, GiveAnImageWithItsBounds) {
   const CGRect bounds{{1, 2}, {3, 4}};
   const Data file = *NSImage::create({3, 4})->pngRepresentation();
-  const auto size = static_cast<std::int64_t>(file.size());
-  RxStreamImageOperation region(filled(RxImageFrame(size, bounds), file));
-  EXPECT_EQ(changesOf(region), worked);
-  ASSERT_NE(region.image, nullptr);
-  EXPECT_EQ(region.image->size(), (CGSize{3, 4}));
-  EXPECT_EQ(region.bounds, bounds);
-  RxStreamImageOperation screen(filled(RxImageFrame(size), file));
-  screen.start();
-  EXPECT_NE(screen.image, nullptr);
-  EXPECT_EQ(screen.bounds, std::nullopt);
-  RxStreamImageOperation noImage(filled(RxImageFrame(3, bounds), {1, 2, 3}));
-  noImage.start();
-  EXPECT_EQ(noImage.image, nullptr);
-  EXPECT_EQ(noImage.bounds, bounds);
-  RxStreamImageOperation incomplete(filled(RxImageFrame(size + 1, bounds), file));
-  incomplete.start();
-  EXPECT_EQ(incomplete.image, nullptr);
-  EXPECT_EQ(incomplete.bounds, std::nullopt);
+  const auto expect = [&](std::int64_t size, const Data& data, bool hasImage, bool hasBounds) {
+    RxStreamImageOperation operation(filled(RxImageFrame(size, bounds), data));
+    EXPECT_EQ(changesOf(operation), worked);
+    EXPECT_EQ(operation.image != nullptr, hasImage);
+    EXPECT_EQ(operation.bounds, hasBounds ? std::optional(bounds) : std::nullopt);
+  };
+  expect(std::ssize(file), file, true, true);
+  expect(3, {1, 2, 3}, false, true);                 // complete, but no image
+  expect(std::ssize(file) + 1, file, false, false);  // incomplete
 }
 
 TEST(ReceiveOperations, DoNothingWhenCancelled) {

@@ -8,8 +8,8 @@
 
 #include "Tarnwick/Platform/Text.hpp"
 #include "Tarnwick/Tarnwick.hpp"
-#include "Tests/Support.hpp"
 #include "Tests/Pictures.hpp"
+#include "Tests/Support.hpp"
 
 namespace tarnwick::test {
 namespace {
@@ -129,22 +129,14 @@ TEST(Sender, DropsWhatWaitsAtTheEnd) {
 
 // --- The operation by itself ---
 
-TEST(SendOperation, HandsTheClientAHeaderAndTheFile) {
-  Output output;
+TEST(SendOperation, DoesNothingWhenCancelled) {
   Peer peer;
   const auto client = UDPClient::create("client", "127.0.0.1", peer.port());
   client->beginOperation();
-  const auto picture = image(640, 480);
-  TxStreamImageOperation operation({9, {}, picture, true}, client, 0.7F);
-  const Data file = *picture->jpegRepresentation(0.7F);
+  TxStreamImageOperation operation({9, {}, image(2, 2), true}, client, 0.7F);
+  operation.cancel();
   operation.start();
-  EXPECT_EQ(peer.hearText(), headerOf(file));
-  EXPECT_EQ(peer.hear(), file);
-  EXPECT_TRUE(operation.isFinished() && !operation.isExecuting());
-  TxStreamImageOperation cancelled({9, {}, picture, true}, client, 0.7F);
-  cancelled.cancel();
-  cancelled.start();
-  EXPECT_TRUE(cancelled.isFinished());
+  EXPECT_TRUE(operation.isFinished());
   EXPECT_TRUE(peer.hearsNothing());
   client->endOperation();
 }
