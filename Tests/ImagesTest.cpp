@@ -330,6 +330,13 @@ TEST(Image, IsResized) {
   }
 }
 
+TEST(Image, IsNotScaledBeyondWhatEndsInTime) {
+  const auto wide = NSImage::fromBitmap(plain(1'000'000, 1, 0xFF));
+  EXPECT_TRUE(equal(*resize(*wide, {1, 1})->bitmap(), plain(1, 1, 0)));
+  EXPECT_TRUE(
+      equal(*resize(*NSImage::create({1, 1}), {100'000, 1})->bitmap(), plain(100'000, 1, 0)));
+}
+
 TEST(Image, StaysWhiteAndMixesInNothingTransparent) {
   const std::array<std::pair<Side, Side>, 4> sides{{{1, 1}, {3, 7}, {20, 15}, {100, 101}}};
   for (const auto& [width, height] : sides) {

@@ -2,6 +2,7 @@
 
 #include <zimg.h>
 
+#include <algorithm>
 #include <array>
 #include <cstring>
 #include <memory>
@@ -15,6 +16,9 @@ constexpr std::size_t alignment = 64;  // of rows, for the widest vectors that z
 struct alignas(alignment) Block {
   std::array<std::uint8_t, alignment> bytes;
 };
+
+/// The longest side that is scaled: beyond, zimg's time grows with the square of the length.
+constexpr std::int64_t sideLimit = 65535;
 
 constexpr std::size_t colourPlanes = 3, allPlanes = 4;
 
@@ -119,7 +123,8 @@ zimg_graph_builder_params lanczos3() {
 }  // namespace
 
 Bitmap scaled(const Bitmap& source, const CGRect& region, std::int64_t width, std::int64_t height) {
-  if (!isWithinPixelLimit(width, height)) return {};
+  const std::int64_t longest = std::max({source.width, source.height, width, height});
+  if (!isWithinPixelLimit(width, height) || longest > sideLimit) return {};
   const bool hasAlpha = !isOpaque(source);
   const std::size_t planes = hasAlpha ? allPlanes : colourPlanes;
   zimg_image_format from = format(source.width, source.height, hasAlpha);

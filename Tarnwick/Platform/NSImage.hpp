@@ -44,8 +44,8 @@ class NSImage final {
 
   /// Draws the region `from` of `source` over the region `into` of this image, alpha included, both
   /// in their image's logical units from its bottom left. Where the two regions have as many pixels
-  /// these are copied, from whole positions; elsewhere they are scaled. What lies outside either
-  /// image changes nothing. `source` is another image.
+  /// these are copied, from whole positions; elsewhere they are scaled, unless a side is over
+  /// 65,535 pixels. What lies outside either image changes nothing. `source` is another image.
   void draw(const NSImage& source, const CGRect& from, const CGRect& into);
 
   /// The pixels, at their own number and without alpha, as a JPEG file. `compressionFactor` runs
