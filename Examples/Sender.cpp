@@ -1,8 +1,11 @@
 // Sends a picture, a JPEG or PNG file, to a receiver on port 5000: sender ADDRESS FILE
 #include <Tarnwick/Tarnwick.hpp>
+#include <chrono>
 #include <fstream>
 #include <iostream>
 #include <iterator>
+#include <stdexcept>
+#include <string>
 #include <thread>
 
 int main(int argc, char** argv) try {
@@ -18,6 +21,7 @@ int main(int argc, char** argv) try {
   // What does not fit one datagram leaves while something is queued behind it: a corner is enough.
   const tarnwick::CGRect corner{{0, 0}, {16, 16}};
   sender->send(tarnwick::crop(*image, corner), corner, 2, false, 0.8F);
+  // Encoded once more, to know how long sending takes.
   const auto datagrams = image->jpegRepresentation(0.8F).value().size() / chunkSize;
   std::this_thread::sleep_for(std::chrono::milliseconds(500 + 2 * datagrams));
   sender->endOperation();  // drops what has not left by now
