@@ -32,6 +32,11 @@ class RxAudioUDPDelegate {
 /// the delegate is given whole recordings. Somebody must drain DispatchQueue::main(), over which
 /// completed recordings are handed on. Any thread may begin and end it; it lives until the process
 /// ends.
+///
+/// The peer says, each in a datagram of its own (words in any case, "~" as good as "|"):
+///
+///     recorded|NUMBER|LABEL|SIZE   then SIZE bytes in datagrams; the label is not read
+///     wave|V1|L1|V2|L2|V3          is ignored
 class RxAudioUDP final : public UDPServerDelegate, public std::enable_shared_from_this<RxAudioUDP> {
   struct Private {
     explicit Private() = default;
@@ -52,13 +57,15 @@ class RxAudioUDP final : public UDPServerDelegate, public std::enable_shared_fro
   RxAudioUDP& operator=(const RxAudioUDP&) = delete;
 
   /// Starts receiving. Throws UDPError::alreadyInProgress while it does, and std::system_error when
-  /// no thread can be started. A receiver that was ended hears nothing any more: create a new one.
+  /// no thread can be started. A receiver that was ended may be begun again, but hears nothing any
+  /// more, and its thread uses a processor for nothing: create a new one.
   void beginOperation();
 
-  /// Stops receiving, and cancels the recordings that wait to be handed over. Returns at once.
+  /// Stops receiving, and drops the recordings that wait on the operation queue; those that wait on
+  /// the main queue still come. Returns at once.
   void endOperation();
 
-  /// Whether the receiver was begun and not ended.
+  /// Whether the receiver was begun and not ended; no sign that anything arrives.
   [[nodiscard]] bool isActive() const { return isActive_; }
 
   /// The fields of a message between "|" and "~", without the empty ones.

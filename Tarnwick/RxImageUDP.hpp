@@ -35,6 +35,14 @@ class RxImageUDPDelegate {
 /// or a rectangle of it, and sends its file, and the delegate is given decoded images. Somebody
 /// must drain DispatchQueue::main(), over which completed images are handed on. Any thread may
 /// begin and end it; it lives until the process ends.
+///
+/// The peer says, each in a datagram of its own (words in any case, "~" as good as "|"):
+///
+///     pin|PIN                            answered "pin|ok" or "pin|rejected", and nothing more
+///     starting                           drops the image in progress
+///     size|SIZE                          a whole screen: then SIZE bytes of JPEG or PNG follow
+///     size|SIZE|LABEL|X|Y|WIDTH|HEIGHT   a rectangle of it likewise; the label is not read
+///     end                                drops the image in progress and all that waits
 class RxImageUDP final : public UDPServerDelegate, public std::enable_shared_from_this<RxImageUDP> {
   struct Private {
     explicit Private() = default;
@@ -55,13 +63,15 @@ class RxImageUDP final : public UDPServerDelegate, public std::enable_shared_fro
   RxImageUDP& operator=(const RxImageUDP&) = delete;
 
   /// Starts receiving. Throws UDPError::alreadyInProgress while it does, and std::system_error when
-  /// no thread can be started. A receiver that was ended hears nothing any more: create a new one.
+  /// no thread can be started. A receiver that was ended may be begun again, but hears nothing any
+  /// more, and its thread uses a processor for nothing: create a new one.
   void beginOperation();
 
-  /// Stops receiving, and cancels the images that wait to be handed over. Returns at once.
+  /// Stops receiving, and drops the images that wait on the operation queue; those that wait on the
+  /// main queue still come. Returns at once.
   void endOperation();
 
-  /// Whether the receiver was begun and not ended.
+  /// Whether the receiver was begun and not ended; no sign that anything arrives.
   [[nodiscard]] bool isActive() const { return isActive_; }
 
   /// The fields of a message between "|" and "~", without the empty ones.
@@ -78,8 +88,8 @@ class RxImageUDP final : public UDPServerDelegate, public std::enable_shared_fro
   [[nodiscard]] std::optional<Data> processMessageForResponse() override;
 
   /// Acts on a classified message and returns the reply. Called on the receive thread. An
-  /// announcement whose size is no integer, or whose rectangle is none, is ignored; a coordinate
-  /// that does not fit an integer is a fatal error, as for makeCGRect().
+  /// announcement whose size is not an integer, or whose rectangle is not four numbers, is ignored;
+  /// a coordinate that does not fit an integer is a fatal error, as for makeCGRect().
   std::optional<Data> handleMessage(std::optional<Data> data,
                                     std::optional<std::vector<std::string>> params,
                                     RxResponse response);

@@ -22,7 +22,8 @@ class RxVideoUDPDelegate {
   virtual ~RxVideoUDPDelegate() = default;
 
   /// The peer said "start" or "stop". Called on the receive thread, which reads nothing before the
-  /// call returns; one call that was under way may still come after endOperation().
+  /// call returns; one call that was under way may still come after endOperation(). Not in order
+  /// with the frames, which take another road and may come at the same time.
   virtual void videoStarted() = 0;
   virtual void videoStopped() = 0;
 
@@ -36,6 +37,12 @@ class RxVideoUDPDelegate {
 /// the delegate is given whole frames. Somebody must drain DispatchQueue::main(), over which
 /// completed frames are handed on. Any thread may begin and end it; it lives until the process
 /// ends.
+///
+/// The peer says, each in a datagram of its own (words in any case, "~" as good as "|"):
+///
+///     start                          answered "video|started"; drops the frame in progress
+///     videoframe|NUMBER|LABEL|SIZE   then SIZE bytes in datagrams; the label is not read
+///     stop                           answered "video|stopped"
 class RxVideoUDP final : public UDPServerDelegate, public std::enable_shared_from_this<RxVideoUDP> {
   struct Private {
     explicit Private() = default;
@@ -56,13 +63,15 @@ class RxVideoUDP final : public UDPServerDelegate, public std::enable_shared_fro
   RxVideoUDP& operator=(const RxVideoUDP&) = delete;
 
   /// Starts receiving. Throws UDPError::alreadyInProgress while it does, and std::system_error when
-  /// no thread can be started. A receiver that was ended hears nothing any more: create a new one.
+  /// no thread can be started. A receiver that was ended may be begun again, but hears nothing any
+  /// more, and its thread uses a processor for nothing: create a new one.
   void beginOperation();
 
-  /// Stops receiving, and cancels the frames that wait to be handed over. Returns at once.
+  /// Stops receiving, and drops the frames that wait on the operation queue; those that wait on the
+  /// main queue still come. Returns at once.
   void endOperation();
 
-  /// Whether the receiver was begun and not ended.
+  /// Whether the receiver was begun and not ended; no sign that anything arrives.
   [[nodiscard]] bool isActive() const { return isActive_; }
 
   /// The fields of a message between "|" and "~", without the empty ones.

@@ -25,8 +25,9 @@ class TxImageUDP final : public UDPClientDelegate {
   };
 
  public:
-  /// Aims at a peer. `name` labels the log lines, `chunkSize` is the longest datagram in bytes, at
-  /// most 65500. Throws UDPError as UDPClient::create().
+  /// Aims at a peer, whose address is text as inet_aton(3) takes it. `name` labels the log lines,
+  /// `chunkSize` is the longest datagram in bytes: more than 65500 counts as that, and less than 1
+  /// sends empty datagrams, which stop the peer. Throws UDPError as UDPClient::create().
   [[nodiscard]] static std::shared_ptr<TxImageUDP> create(std::string name,
                                                           const std::string& serverIPAddress,
                                                           std::uint16_t serverPort,
@@ -53,8 +54,9 @@ class TxImageUDP final : public UDPClientDelegate {
   /// Queues an image and returns at once, also before beginOperation(). `rect` is what it shows of
   /// the screen, in pixels from the top left, and is not sent when it shows the whole
   /// (`fullScreen`); `frame` is the caller's number for the log; `compression` runs from 0.0, the
-  /// smallest file, to 1.0, the best picture. Nobody may change the image from now on. An image
-  /// without a bitmap is a fatal error, as is a rectangle to be sent that does not fit integers.
+  /// smallest file, to 1.0, the best picture. Nobody may change the image from now on. A null image
+  /// or one without a bitmap stops the process, on the sender's thread, as does a rectangle to be
+  /// sent that does not fit integers.
   void send(std::shared_ptr<NSImage> image, const CGRect& rect, std::uint64_t frame,
             bool fullScreen, float compression);
 

@@ -44,10 +44,10 @@ class UDPClient final : public std::enable_shared_from_this<UDPClient> {
 
  public:
   /// Aims at a peer, whose address is text as inet_aton(3) takes it: host names are not looked up.
-  /// `name` labels the log lines. `bufferSize` is the longest datagram in bytes, at most 65500. The
-  /// delegate, null for none, is held strongly. Throws UDPError: noSocket, setupForNonBlocking,
-  /// badAddress or threadLock. A socket that is not begun, or of a failed call, stays open until
-  /// the process ends.
+  /// `name` labels the log lines. `bufferSize` is the longest datagram in bytes: more than 65500
+  /// counts as that, and less than 1 sends empty datagrams. The delegate, null for none, is held
+  /// strongly. Throws UDPError: noSocket, setupForNonBlocking, badAddress or threadLock. A socket
+  /// that is not begun, or of a failed call, stays open until the process ends.
   [[nodiscard]] static std::shared_ptr<UDPClient> create(std::string name,
                                                          const std::string& serverIPAddress,
                                                          std::uint16_t serverPort);
