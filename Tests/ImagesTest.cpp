@@ -55,7 +55,7 @@ Data stuffed(Data file, std::size_t position, std::size_t count) {
 std::size_t segment(const Data& file, int marker) {
   std::size_t position = 2;
   while (file.at(position + 1) != marker) {
-    position += std::size_t{2} + file.at(position + 2) * 256U + file.at(position + 3);
+    position += std::size_t{2} + file.at(position + 2) * std::size_t{256} + file.at(position + 3);
   }
   return position;
 }
@@ -85,15 +85,16 @@ Data plainJPEG(const std::vector<int>& samples, int width, int height, int scans
   add({0, scans > 0 ? 0 : 63, 0});
   std::string bits;
   for (const int sample : samples) {
-    const unsigned size = static_cast<unsigned>(std::abs(sample - 128));
-    const unsigned length = static_cast<unsigned>(std::bit_width(size));
+    const auto size = static_cast<unsigned>(std::abs(sample - 128));
+    const auto length = static_cast<unsigned>(std::bit_width(size));
     const unsigned code = sample < 128 ? ~size : size;
     bits += std::bitset<4>(length).to_string();
     bits += std::bitset<8>(code).to_string().substr(8 - length) + (scans > 0 ? "" : "0");
   }
   // Blocks like the first are zeros.
   const int blocks = ((width + 7) / 8) * ((height + 7) / 8);
-  bits.append(static_cast<std::size_t>(count * (blocks - 1) * (scans > 0 ? 4 : 5)), '0');
+  const int others = count * (blocks - 1) * (scans > 0 ? 4 : 5);
+  bits.append(static_cast<std::size_t>(others), '0');
   for (std::size_t i = 0; i < bits.size(); i += 8) {
     const std::string byte = (bits.substr(i, 8) + "0000000").substr(0, 8);
     file.push_back(static_cast<int>(std::bitset<8>(byte).to_ulong()));

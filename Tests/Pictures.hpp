@@ -59,7 +59,7 @@ inline double psnr(const Bitmap& left, const Bitmap& right) {
     const double difference = i % 4 == 3 ? 0 : left.pixels[i] - right.pixels[i];
     sum += difference * difference;
   }
-  const double samples = static_cast<double>(left.width * left.height * 3);
+  const auto samples = static_cast<double>(left.width * left.height * 3);
   return 10 * std::log10(255 * 255 * samples / sum);
 }
 

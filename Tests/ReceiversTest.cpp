@@ -53,7 +53,7 @@ const std::optional<Params> none;
 /// A small PNG file, the text that announces it, and what the application is told of it.
 const Data pictureFile = NSImage::create({3, 2})->pngRepresentation().value();
 const std::string pictureSize = std::to_string(pictureFile.size());
-Event pictureEvent(std::optional<CGRect> bounds) { return {"image", 3, Data(3 * 2 * 4), bounds}; }
+Event pictureEvent(std::optional<CGRect> bounds) { return {"image", 3, Data(24), bounds}; }
 
 // --- Classification ---
 

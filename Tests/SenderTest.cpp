@@ -162,7 +162,7 @@ TEST(SendOperation, StopsTheProcessAtWhatCannotBeSent) {
 
 /// Even areas encode to few bytes over and over, which must not read as text at the other end.
 TEST(SendOperation, MakesPiecesThatNoReceiverTakesForText) {
-  Bitmap page{1920, 1080, Data(1920 * 1080 * Bitmap::bytesPerPixel, 0xFF)};
+  Bitmap page{1920, 1080, Data(std::size_t{1920} * 1080 * 4, 0xFF)};
   const Bitmap box = picture(300, 200);
   for (std::int64_t y = 0; y < box.height; ++y) {
     std::copy_n(box.row(y), box.rowBytes(), page.row(y + 100) + 400);

@@ -55,7 +55,7 @@ struct Serving {
             [&](auto free) { return UDPServer::create("server", free, bufferSize, responder); })) {}
   ~Serving() { server->endOperation(); }
 
-  Data await() const {
+  [[nodiscard]] Data await() const {
     std::optional<Data> datagram;
     EXPECT_TRUE(eventually([&] { return (datagram = server->recieve()).has_value(); }));
     return datagram.value_or(Data());
@@ -204,7 +204,7 @@ TEST(Server, CutsDatagramsToTheLimit) {
     serving.server->setBufferLimit(limit);
     // The pass under way may still have the old limit.
     for (int i = 0; i < 2; ++i) serving.peer.sendBytes(Data(2000));
-    serving.await();
+    std::ignore = serving.await();
     return serving.await().size();
   };
   EXPECT_EQ(receivedSize(1024), 1024);
