@@ -14,7 +14,6 @@
 #include "Tarnwick/Platform/DispatchSemaphore.hpp"
 #include "Tarnwick/Platform/FatalError.hpp"
 #include "Tarnwick/Platform/Log.hpp"
-#include "Tarnwick/Platform/RunFlag.hpp"
 #include "Tarnwick/Platform/Text.hpp"
 #include "Tarnwick/Tarnwick.hpp"
 #include "Tests/Support.hpp"
@@ -201,27 +200,7 @@ TEST(Log, NeverMixesLines) {
   }
 }
 
-// --- Run flag, semaphore, main queue ---
-
-TEST(RunFlag, TellsOneRunFromTheNext) {
-  RunFlag flag;
-  flag.end();
-  const RunFlag::Run first = flag.begin().value();
-  EXPECT_TRUE(flag.isRunning(first) && !flag.begin());
-  for (int i = 0; i < 2; ++i) flag.end();
-  EXPECT_FALSE(flag.isRunning(first));
-  const RunFlag::Run second = flag.begin().value();
-  EXPECT_TRUE(flag.isRunning(second) && !flag.isRunning(first));
-}
-
-TEST(DispatchSemaphore, CountsSignals) {
-  DispatchSemaphore semaphore;
-  EXPECT_FALSE(semaphore.wait(std::chrono::milliseconds(1)));
-  for (int i = 0; i < 2; ++i) semaphore.signal();
-  for (const bool isSignalled : {true, true, false}) {
-    EXPECT_EQ(semaphore.wait(std::chrono::milliseconds(0)), isSignalled);
-  }
-}
+// --- Main queue ---
 
 struct MainQueue : testing::Test {
   [[nodiscard]] bool isReadable() const {
