@@ -47,7 +47,6 @@ TEST(Sender, OpensAndClosesTheStream) {
   sending.peer.sendBytes({0xFF});
   sending.peer.say("bye");
   EXPECT_TRUE(output.awaitLine("got response bye"));
-  EXPECT_FALSE(output.lines().back().empty());
   const auto begin = std::chrono::steady_clock::now();
   sending.sender->endOperation();
   EXPECT_GE(std::chrono::steady_clock::now() - begin, std::chrono::seconds(2));
