@@ -9,8 +9,8 @@
 #include <string_view>
 #include <vector>
 
-#include "DemoCanvas.hpp"
-#include "DemoLandscape.hpp"
+#include "Demo/DemoCanvas.hpp"
+#include "Demo/DemoLandscape.hpp"
 
 namespace demo {
 

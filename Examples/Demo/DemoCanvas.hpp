@@ -8,7 +8,7 @@
 #include <string_view>
 #include <utility>
 
-#include "DemoFont.hpp"
+#include "Demo/DemoFont.hpp"
 
 namespace demo {
 

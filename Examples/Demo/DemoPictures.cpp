@@ -1,4 +1,4 @@
-#include "DemoPictures.hpp"
+#include "Demo/DemoPictures.hpp"
 
 #include <fstream>
 #include <future>
@@ -6,8 +6,8 @@
 #include <iterator>
 #include <utility>
 
-#include "DemoDesktop.hpp"
-#include "DemoLandscape.hpp"
+#include "Demo/DemoDesktop.hpp"
+#include "Demo/DemoLandscape.hpp"
 
 namespace demo {
 namespace {

@@ -7,8 +7,8 @@
 #include <string>
 #include <vector>
 
-#include "DemoPictures.hpp"
-#include "DemoReceiver.hpp"
+#include "Demo/DemoPictures.hpp"
+#include "Demo/DemoReceiver.hpp"
 
 namespace demo {
 

@@ -1,4 +1,4 @@
-#include "DemoSender.hpp"
+#include "Demo/DemoSender.hpp"
 
 #include <algorithm>
 #include <cmath>

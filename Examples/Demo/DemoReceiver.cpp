@@ -1,4 +1,4 @@
-#include "DemoReceiver.hpp"
+#include "Demo/DemoReceiver.hpp"
 
 #include <fcntl.h>
 #include <netinet/in.h>
@@ -19,6 +19,8 @@
 #include <system_error>
 #include <thread>
 #include <utility>
+
+#include "Program/Program.hpp"
 
 namespace demo {
 namespace {
@@ -116,7 +118,7 @@ std::uint16_t freePort() {
 }  // namespace
 
 int receivePictures(std::uint16_t port, const std::filesystem::path& directory) try {
-  auto receiver = tarnwick::RxImageUDP::create("receiver", port, longestDatagram,
+  auto receiver = tarnwick::RxImageUDP::create("receiver", port, program::longestDatagram,
                                                std::make_shared<Recorder>(directory));
   receiver->beginOperation();
   std::thread(stopWhenInputEnds).detach();
@@ -134,9 +136,9 @@ ReceiverProcess::ReceiverProcess(const std::string& program, std::uint16_t port,
                                  const std::filesystem::path& directory, bool isVerbose)
     : port_(port), isVerbose_(isVerbose) {
   const Pipe input = makePipe(), output = makePipe();
-  std::array<std::string, 4> words = {"demo", "--receive", std::to_string(port),
+  std::array<std::string, 5> words = {"demo", "--receive", std::to_string(port), "--output",
                                       directory.string()};
-  std::array<char*, 5> arguments{};
+  std::array<char*, 6> arguments{};
   for (std::size_t i = 0; i < words.size(); ++i) arguments[i] = words[i].data();
   posix_spawn_file_actions_t actions;
   posix_spawn_file_actions_init(&actions);

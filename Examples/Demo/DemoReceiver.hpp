@@ -9,11 +9,9 @@
 #include <optional>
 #include <string>
 
-#include "DemoReport.hpp"
+#include "Demo/DemoReport.hpp"
 
 namespace demo {
-
-inline constexpr std::int64_t longestDatagram = 65500;  // that an endpoint sends and receives
 
 /// The whole of the receiving process: saves the pictures that come to `port` as PNG files in
 /// `directory` and reports each on standard output, until standard input ends. Returns the exit

@@ -1,9 +1,6 @@
 // Moves pictures from this process to a second one over UDP and shows how well they arrived.
-#include <getopt.h>
-
 #include <Tarnwick/Tarnwick.hpp>
 #include <cerrno>
-#include <charconv>
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
@@ -13,105 +10,47 @@
 #include <iostream>
 #include <optional>
 #include <sstream>
-#include <stdexcept>
 #include <string>
-#include <string_view>
 #include <system_error>
 #include <utility>
 #include <vector>
 
-#include "DemoPictures.hpp"
-#include "DemoReceiver.hpp"
-#include "DemoSender.hpp"
+#include "Demo/DemoPictures.hpp"
+#include "Demo/DemoReceiver.hpp"
+#include "Demo/DemoSender.hpp"
+#include "Program/Program.hpp"
 
 namespace {
 
 using namespace demo;
 
-constexpr std::string_view usage =
-    "usage: demo [OPTION...] [FILE...]\n"
-    "Sends pictures to a second process of its own over UDP and compares what arrives with what\n"
-    "was sent. The pictures are JPEG or PNG files, the first as a full screen and the others as\n"
-    "regions of it; without a file, a desktop that it draws.\n\n"
-    "  --chunk BYTES          longest datagram, 1000 to 65500 (1400)\n"
-    "  --compression FACTOR   0, the smallest files, to 1, the best pictures (0.8)\n"
-    "  --output DIR           where the received pictures go (a fresh directory)\n"
-    "  --verbose              show what the receiver logs, too\n"
-    "  --receive PORT DIR     be the receiver: how the demo starts its second process\n"
-    "  --help                 show this\n\n"
-    "Exit status: 0 all pictures arrived as they should, 1 something failed, 2 wrong usage.\n";
-
-struct UsageError : std::runtime_error {
-  using std::runtime_error::runtime_error;
-};
-
 struct Options {
   std::int64_t chunk = 1400;  // the system holds 92 of these for a receiver that is kept waiting
   float compression = 0.8F;
   std::filesystem::path output;
-  bool isVerbose = false, wantsHelp = false;
+  bool isVerbose = false;
   std::optional<std::uint16_t> receivePort;
   std::vector<std::string> files;
 };
 
-template <typename Number>
-Number parse(const char* option, std::string_view text, Number least, Number most) {
-  Number number{};
-  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
-  const bool isNumber = error == std::errc() && end == text.data() + text.size();
-  if (isNumber && number >= least && number <= most) return number;
-  std::ostringstream expected;
-  expected << "--" << option << " takes a number from " << least << " to " << most;
-  throw UsageError(expected.str());
-}
-
-Options parseOptions(int argc, char** argv) {
-  enum : int {
-    help = 'h',
-    chunk = 'c',
-    compression = 'q',
-    output = 'o',
-    verbose = 'v',
-    port = 'r'
-  };
-  const option known[] = {{"help", no_argument, nullptr, help},
-                          {"chunk", required_argument, nullptr, chunk},
-                          {"compression", required_argument, nullptr, compression},
-                          {"output", required_argument, nullptr, output},
-                          {"verbose", no_argument, nullptr, verbose},
-                          {"receive", required_argument, nullptr, port},
-                          {nullptr, 0, nullptr, 0}};
-  Options options;
-  for (int found; (found = getopt_long(argc, argv, "", known, nullptr)) != -1;) {
-    switch (found) {
-      case help:
-        options.wantsHelp = true;
-        break;
-      case chunk:
-        // A corner of a picture, however small, is to fit one datagram.
-        options.chunk = parse<std::int64_t>("chunk", optarg, 1000, longestDatagram);
-        break;
-      case compression:
-        options.compression = parse<float>("compression", optarg, 0, 1);
-        break;
-      case output:
-        options.output = optarg;
-        break;
-      case verbose:
-        options.isVerbose = true;
-        break;
-      case port:
-        options.receivePort = parse<std::uint16_t>("receive", optarg, 1, 65535);
-        break;
-      default:
-        throw UsageError("see demo --help");
-    }
-  }
-  options.files.assign(argv + optind, argv + argc);
-  if (options.receivePort && options.files.size() != 1) {
-    throw UsageError("--receive takes a port and a directory");
-  }
-  return options;
+void describe(CLI::App& arguments, Options& options) {
+  // A corner of a picture, however small, is to fit one datagram.
+  arguments.add_option("--chunk", options.chunk, "Longest datagram, in bytes")
+      ->check(CLI::Range(std::int64_t{1000}, program::longestDatagram))
+      ->capture_default_str();
+  arguments
+      .add_option("--compression", options.compression,
+                  "From 0, the smallest files, to 1, the best pictures")
+      ->check(CLI::Range(0.0, 1.0))
+      ->capture_default_str();
+  arguments.add_option("--output", options.output,
+                       "Where the received pictures go; else a fresh directory");
+  arguments.add_flag("--verbose", options.isVerbose, "Show what the receiver logs, too");
+  constexpr auto hidden = "";  // how the demo starts its second process
+  arguments.add_option("--receive", options.receivePort)->group(hidden);
+  arguments.add_option("FILE", options.files,
+                       "JPEG or PNG files, the first sent as a full screen and the others as "
+                       "regions of it; else a desktop that the demo draws");
 }
 
 std::filesystem::path makeDirectory(const std::filesystem::path& wanted) {
@@ -202,18 +141,15 @@ int movePictures(const Options& options, const char* program) {
 
 }  // namespace
 
-int main(int argc, char** argv) try {
-  const Options options = parseOptions(argc, argv);
-  if (options.wantsHelp) {
-    std::cout << usage;
-    return EXIT_SUCCESS;
-  }
-  if (options.receivePort) return receivePictures(*options.receivePort, options.files.front());
-  return movePictures(options, argv[0]);
-} catch (const UsageError& error) {
-  std::cerr << "demo: " << error.what() << "\n";
-  return 2;
-} catch (const std::exception& error) {
-  std::cerr << "demo: " << error.what() << "\n";
-  return EXIT_FAILURE;
+int main(int argc, char** argv) {
+  Options options;
+  CLI::App arguments(
+      "Sends pictures to a second process of its own over UDP and compares what arrives with what\n"
+      "was sent. Exit status: 0 all arrived as they should, 1 something failed, 2 wrong usage.",
+      "demo");
+  describe(arguments, options);
+  return program::run(arguments, argc, argv, [&] {
+    if (options.receivePort) return receivePictures(*options.receivePort, options.output);
+    return movePictures(options, argv[0]);
+  });
 }

@@ -4,7 +4,7 @@
 #include <cmath>
 #include <cstdint>
 
-#include "DemoCanvas.hpp"
+#include "Demo/DemoCanvas.hpp"
 
 namespace demo {
 

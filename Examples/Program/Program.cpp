@@ -1,0 +1,85 @@
+#include "Program/Program.hpp"
+
+#include <fcntl.h>
+#include <poll.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <csignal>
+#include <cstdlib>
+#include <exception>
+#include <iostream>
+
+namespace program {
+namespace {
+
+constexpr int usageStatus = 2;
+constexpr int patience = 100;  // milliseconds between two looks at what nobody announces
+
+std::atomic<bool> interrupted = false;
+static_assert(std::atomic<bool>::is_always_lock_free);  // or a signal handler may not set it
+
+void noteInterrupt(int) { interrupted = true; }
+
+}  // namespace
+
+int run(CLI::App& arguments, int argc, char** argv, const std::function<int()>& body) try {
+  arguments.parse(argc, argv);
+  return body();
+} catch (const CLI::CallForHelp&) {
+  std::cout << arguments.help();
+  return EXIT_SUCCESS;
+} catch (const CLI::ParseError& error) {
+  const std::string name = arguments.get_name();
+  std::cerr << name << ": " << error.what() << "; see " << name << " --help\n";
+  return usageStatus;
+} catch (const std::exception& error) {
+  std::cerr << arguments.get_name() << ": " << error.what() << "\n";
+  return EXIT_FAILURE;
+}
+
+Trouble troubleWith(const tarnwick::UDPError& error, const std::string& address,
+                    std::uint16_t port) {
+  if (error == tarnwick::UDPError::bindSocket) {
+    return Trouble("port " + std::to_string(port) +
+                   " is taken: end the program that has it, or choose another with --port");
+  }
+  if (error == tarnwick::UDPError::badAddress) {
+    return Trouble(address + " is no IPv4 address: give one like 192.168.1.20, not a name");
+  }
+  return Trouble(error.localizedDescription());
+}
+
+void keepLogOffTerminal() {
+  if (isatty(STDOUT_FILENO) == 0) return;
+  const int nowhere = open("/dev/null", O_WRONLY | O_CLOEXEC);
+  if (nowhere == -1) return;
+  dup2(nowhere, STDOUT_FILENO);
+  close(nowhere);
+}
+
+void catchInterrupts() {
+  struct sigaction action {};
+  action.sa_handler = noteInterrupt;
+  action.sa_flags = static_cast<int>(SA_RESETHAND);
+  for (const int signal : {SIGINT, SIGTERM}) sigaction(signal, &action, nullptr);
+}
+
+bool isInterrupted() { return interrupted; }
+
+void drainMainQueueUntil(const std::function<bool()>& isDone) {
+  tarnwick::DispatchQueue& queue = tarnwick::DispatchQueue::main();
+  pollfd blocks{.fd = queue.fileDescriptor(), .events = POLLIN, .revents = 0};
+  while (!isDone() && !isInterrupted()) {
+    if (poll(&blocks, 1, patience) > 0) queue.drain();
+  }
+}
+
+bool hasStatusLine() { return isatty(STDERR_FILENO) != 0; }
+
+void showStatus(const std::string& text) {
+  constexpr auto eraseRest = "\033[K";  // ECMA-48, EL
+  std::cerr << '\r' << text << eraseRest << std::flush;
+}
+
+}  // namespace program
