@@ -17,12 +17,12 @@ int main(int argc, char** argv) try {
   constexpr int chunkSize = 1400;  // bytes a datagram, of which about 1,000 a second leave
   auto sender = tarnwick::TxImageUDP::create("picture", argv[1], 5000, chunkSize);
   sender->beginOperation();
+  // Encoded here to know how long sending takes; the image keeps the file for the sender.
+  const auto datagrams = image->jpegRepresentation(0.8F).value().size() / chunkSize;
   sender->send(image, {}, 1, true, 0.8F);
   // What does not fit one datagram leaves while something is queued behind it: a corner is enough.
   const tarnwick::CGRect corner{{0, 0}, {16, 16}};
   sender->send(tarnwick::crop(*image, corner), corner, 2, false, 0.8F);
-  // Encoded once more, to know how long sending takes.
-  const auto datagrams = image->jpegRepresentation(0.8F).value().size() / chunkSize;
   std::this_thread::sleep_for(std::chrono::milliseconds(500 + 2 * datagrams));
   sender->endOperation();  // drops what has not left by now
 } catch (const std::exception& error) {

@@ -148,6 +148,17 @@ TEST(JPEG, IsMadeFromTheFactorAndTheColours) {
   }
 }
 
+TEST(JPEG, IsMadeAnewForAnotherFactorOrPicture) {
+  const auto image = NSImage::fromBitmap(plain(64, 64, 99)),
+             other = NSImage::fromBitmap(picture(64, 64));
+  const auto first = image->jpegRepresentation(0.8F);
+  EXPECT_NE(image->jpegRepresentation(0.2F), first);
+  EXPECT_EQ(image->jpegRepresentation(0.8F), first);
+  const CGRect whole{{}, image->size()};
+  image->draw(*other, whole, whole);
+  EXPECT_EQ(image->jpegRepresentation(0.8F), other->jpegRepresentation(0.8F));
+}
+
 TEST(JPEG, ReadsOtherKindsOfColour) {
   const auto adobe = [](int transform) {
     return std::vector<int>{0xFF, 0xEE, 0,   14, 'A', 'd', 'o', 'b',

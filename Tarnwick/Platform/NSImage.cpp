@@ -71,14 +71,30 @@ void NSImage::draw(const NSImage& source, const CGRect& from, const CGRect& into
   if (!bitmap_ || !source.bitmap_) return;
   drawPixels(*source.bitmap_, pixelRegion(from, source.size_, *source.bitmap_), *bitmap_,
              pixelRegion(into, size_, *bitmap_));
+  keepJPEG(nullptr);
 }
 
 std::optional<Data> NSImage::jpegRepresentation(float compressionFactor) const {
-  return bitmap_ ? ImageCodec::encodeJPEG(*bitmap_, compressionFactor) : std::nullopt;
+  if (!bitmap_) return std::nullopt;
+  const std::shared_ptr<const JPEG> last = lastJPEG();
+  if (last && last->compressionFactor == compressionFactor) return last->file;
+  std::optional<Data> file = ImageCodec::encodeJPEG(*bitmap_, compressionFactor);
+  if (file) keepJPEG(std::make_shared<JPEG>(JPEG{compressionFactor, *file}));
+  return file;
 }
 
 std::optional<Data> NSImage::pngRepresentation() const {
   return bitmap_ ? ImageCodec::encodePNG(*bitmap_) : std::nullopt;
+}
+
+std::shared_ptr<const NSImage::JPEG> NSImage::lastJPEG() const {
+  const MutexLock lock(jpegLock_);
+  return lastJPEG_;
+}
+
+void NSImage::keepJPEG(std::shared_ptr<const JPEG> jpeg) const {
+  const MutexLock lock(jpegLock_);
+  lastJPEG_ = std::move(jpeg);
 }
 
 }  // namespace tarnwick

@@ -6,6 +6,7 @@
 #include "Tarnwick/Platform/Bitmap.hpp"
 #include "Tarnwick/Platform/Data.hpp"
 #include "Tarnwick/Platform/Geometry.hpp"
+#include "Tarnwick/Platform/Mutex.hpp"
 
 namespace tarnwick {
 
@@ -50,7 +51,8 @@ class NSImage final {
 
   /// The pixels, at their own number and without alpha, as a JPEG file. `compressionFactor` runs
   /// from 0.0, the smallest file, to 1.0, the best picture. Absent without a bitmap, or when a side
-  /// is over the 65,500 pixels that the encoder takes.
+  /// is over the 65,500 pixels that the encoder takes. The image keeps the last file until it is
+  /// drawn into, so that who looks at its size before sending the image encodes no second time.
   [[nodiscard]] std::optional<Data> jpegRepresentation(float compressionFactor) const;
 
   /// The pixels exactly as they are as a PNG file. Absent without a bitmap.
@@ -60,9 +62,20 @@ class NSImage final {
   NSImage(Private, const CGSize& size, std::optional<Bitmap> bitmap);
 
  private:
+  struct JPEG {
+    float compressionFactor;
+    Data file;
+  };
+
+  [[nodiscard]] std::shared_ptr<const JPEG> lastJPEG() const TARNWICK_EXCLUDES(jpegLock_);
+  void keepJPEG(std::shared_ptr<const JPEG> jpeg) const TARNWICK_EXCLUDES(jpegLock_);
+
   CGSize size_;
   ResizingMode resizingMode_ = ResizingMode::stretch;
   std::optional<Bitmap> bitmap_;
+
+  mutable Mutex jpegLock_;  // readers on several threads may be the first to encode
+  mutable std::shared_ptr<const JPEG> lastJPEG_ TARNWICK_GUARDED_BY(jpegLock_);
 };
 
 }  // namespace tarnwick
