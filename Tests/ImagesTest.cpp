@@ -143,6 +143,7 @@ TEST(JPEG, IsMadeFromTheFactorAndTheColours) {
   }
   for (const double factor : {7.0, infinity}) EXPECT_EQ(jpeg(source, factor), jpeg(source, 1));
   EXPECT_EQ(jpeg(translucent(17, 31), 0.9), jpeg(source, 0.9));
+  EXPECT_LT(jpeg(plain(16, 16, 99), 0.8).size(), 400);
   for (const auto& [width, height] : {std::pair<Side, Side>{65501, 1}, {1, 65501}}) {
     EXPECT_EQ(NSImage::fromBitmap(plain(width, height, 0))->jpegRepresentation(1), std::nullopt);
   }

@@ -96,6 +96,10 @@ void setSampling(jpeg_compress_struct& info, int quality) {
   info.comp_info[0].v_samp_factor = quality < mediumQuality ? 2 : 1;
 }
 
+/// In pixels. The tables of a picture up to this size take more than its content, unless they are
+/// made for it: that takes 0.1 ms more and saves 300 bytes, half of a picture of 48 x 48.
+constexpr std::int64_t smallPicture = 128 * 128;
+
 bool compress(Encoder& encoder, const Bitmap& bitmap, int quality) {
   jpeg_compress_struct& info = encoder.info;
   if (setjmp(encoder.errors.failure) != 0) return false;
@@ -112,6 +116,7 @@ bool compress(Encoder& encoder, const Bitmap& bitmap, int quality) {
   // A marker, which no text can hold, at each row of blocks: the even areas of a picture encode to
   // bytes that may read as text, and a receiver takes no text for a piece of an image.
   info.restart_in_rows = 1;
+  info.optimize_coding = static_cast<boolean>(bitmap.width * bitmap.height <= smallPicture);
   jpeg_start_compress(&info, TRUE);
   while (info.next_scanline < info.image_height) {
     // The library reads the row only; its interface predates const.
