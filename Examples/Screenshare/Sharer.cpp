@@ -1,0 +1,155 @@
+#include "Screenshare/Sharer.hpp"
+
+#include <algorithm>
+#include <cmath>
+#include <thread>
+#include <utility>
+
+#include "Program/Program.hpp"
+
+namespace screenshare {
+namespace {
+
+using namespace std::chrono_literals;
+
+constexpr double margin = 0.85;       // of a datagram that a piece is planned to fill
+constexpr auto refreshPatience = 1s;  // for which all that does not change lets changes go first
+constexpr double bytesPerMegabit = 125'000;
+
+std::shared_ptr<tarnwick::TxImageUDP> makeSender(const Options& options) try {
+  return tarnwick::TxImageUDP::create("screen", options.address, options.port, options.chunk);
+} catch (const tarnwick::UDPError& error) {
+  throw program::troubleWith(error, options.address, options.port);
+}
+
+std::chrono::steady_clock::duration seconds(double count) {
+  return std::chrono::duration_cast<std::chrono::steady_clock::duration>(
+      std::chrono::duration<double>(count));
+}
+
+}  // namespace
+
+Sharer::Sharer(const Options& options)
+    : options_(options),
+      screen_(options.display),
+      sender_(makeSender(options)),
+      pace_(options.bandwidth * bytesPerMegabit) {}
+
+void Sharer::sendFrame(Clock::time_point end) {
+  noteChanges();
+  if (changes_->isClean() || !grab(changes_->box())) return;
+  ++totals_.frames;
+  for (const auto& piece : changes_->pieces(margin * static_cast<double>(options_.chunk))) {
+    sendPiece(piece.area);
+    if (Clock::now() >= end) return;
+  }
+}
+
+void Sharer::noteChanges() {
+  const Clock::time_point now = Clock::now();
+  const std::vector<PixelRect> changed = screen_.changes();
+  if (screen_.bounds() != screenBounds_) begin(screen_.bounds());
+  for (const PixelRect& area : changed) changes_->touch(scaled(area), now);
+  if (now < nextRefresh_) return;
+  changes_->touch(bounds_, now + refreshPatience);
+  nextRefresh_ = now + seconds(options_.refresh);
+}
+
+/// A screen of this size is to be shared from now on.
+void Sharer::begin(const PixelRect& screen) {
+  screenBounds_ = screen;
+  const auto side = [this](int pixels) {
+    return std::max(1, static_cast<int>(std::lround(pixels * options_.scale)));
+  };
+  bounds_ = {0, 0, side(screen.width), side(screen.height)};
+  const auto blank = tarnwick::NSImage::create({1, 1});
+  changes_.emplace(bounds_.width, bounds_.height, fileSize(*blank, options_.compression));
+  changes_->touch(bounds_, Clock::now());
+  nextRefresh_ = Clock::now() + seconds(options_.refresh);
+  sendPreview();
+}
+
+/// A small picture of the whole screen, so that the peer knows at once how large the screen is and
+/// what is on it.
+void Sharer::sendPreview() {
+  if (!grab(bounds_)) return;
+  const auto whole = picture(bounds_);
+  for (double divisor = 4;; divisor *= 2) {
+    const tarnwick::CGSize size{std::ceil(bounds_.width / divisor),
+                                std::ceil(bounds_.height / divisor)};
+    const auto small = tarnwick::resize(*whole, size);
+    if (fileSize(*small, options_.compression) > static_cast<std::size_t>(options_.chunk)) continue;
+    send(small, bounds_, false, options_.compression);
+    return;
+  }
+}
+
+/// A screen that is shared as it is is grabbed where it is needed; one that is scaled as a whole,
+/// so that pieces join without seams.
+bool Sharer::grab(const PixelRect& area) {
+  if (bounds_ == screenBounds_) return screen_.grab(area);
+  if (!screen_.grab(screenBounds_)) return false;
+  scaledScreen_ = tarnwick::resize(*screen_.picture(screenBounds_), bounds_.asCGRect().size);
+  return true;
+}
+
+std::shared_ptr<tarnwick::NSImage> Sharer::picture(const PixelRect& area) const {
+  return scaledScreen_ ? tarnwick::crop(*scaledScreen_, area.asCGRect()) : screen_.picture(area);
+}
+
+/// A piece whose file is too large for a datagram goes in halves, and a single cell of noise at a
+/// lower quality.
+void Sharer::sendPiece(const PixelRect& area) {
+  const auto image = picture(area);
+  float factor = options_.compression;
+  std::size_t size = fileSize(*image, factor);
+  changes_->learn(area, size);
+  if (size > static_cast<std::size_t>(options_.chunk)) {
+    if (const auto halves = changes_->halves(area)) {
+      sendPiece(halves->first);
+      sendPiece(halves->second);
+      return;
+    }
+    while (size > static_cast<std::size_t>(options_.chunk)) {
+      factor *= 0.75F;
+      size = fileSize(*image, factor);
+    }
+  }
+  send(image, area, area == bounds_, factor);
+  changes_->clear(area);
+}
+
+void Sharer::send(const std::shared_ptr<tarnwick::NSImage>& image, const PixelRect& area,
+                  bool isFullScreen, float factor) {
+  pace_.wait();
+  const std::size_t size = fileSize(*image, factor);
+  sender_->send(image, area.asCGRect(), static_cast<std::uint64_t>(++totals_.pictures),
+                isFullScreen, factor);
+  totals_.datagrams += 2;  // the announcement and the file
+  totals_.bytes += static_cast<std::int64_t>(size);
+  // The sender's own thread queues the file and then lets go of the image.
+  while (image.use_count() > 1) std::this_thread::sleep_for(50us);
+  pace_.add(size);
+}
+
+std::size_t Sharer::fileSize(const tarnwick::NSImage& image, float factor) {
+  const Clock::time_point start = Clock::now();
+  const std::size_t size = image.jpegRepresentation(factor).value().size();
+  totals_.encoding += Clock::now() - start;
+  return size;
+}
+
+PixelRect Sharer::scaled(const PixelRect& area) const {
+  if (bounds_ == screenBounds_) return area;
+  // A pixel counts in all that are near it: within three of the coarser of the two pictures.
+  const double across = static_cast<double>(bounds_.width) / screenBounds_.width,
+               down = static_cast<double>(bounds_.height) / screenBounds_.height;
+  constexpr int reach = 3;
+  const int left = static_cast<int>(std::floor(area.x * across)) - reach,
+            top = static_cast<int>(std::floor(area.y * down)) - reach;
+  const int right = static_cast<int>(std::ceil((area.x + area.width) * across)) + reach,
+            bottom = static_cast<int>(std::ceil((area.y + area.height) * down)) + reach;
+  return {left, top, right - left, bottom - top};
+}
+
+}  // namespace screenshare

@@ -1,0 +1,78 @@
+#pragma once
+
+#include <Tarnwick/Tarnwick.hpp>
+#include <chrono>
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
+
+#include "Screenshare/ChangeMap.hpp"
+#include "Screenshare/Pace.hpp"
+#include "Screenshare/PixelRect.hpp"
+#include "Screenshare/Screen.hpp"
+
+namespace screenshare {
+
+struct Options {
+  std::string address;
+  std::uint16_t port = 5000;
+  std::int64_t chunk = 16000;  // bytes
+  double frameRate = 30;       // a second
+  double refresh = 5;          // seconds
+  float compression = 0.8F;
+  double scale = 1;
+  double bandwidth = 200;  // megabits a second
+  std::string display;
+};
+
+/// What was sent since the start.
+struct Totals {
+  std::int64_t frames = 0, pictures = 0, datagrams = 0, bytes = 0;
+  std::chrono::steady_clock::duration encoding{0};
+};
+
+/// Shares a screen with a peer: all of it at first and from time to time, so that a peer that comes
+/// late or has lost a datagram sees it too, and in between what has changed. Each picture is a
+/// region whose file fits one datagram, so that it leaves at once. For one thread.
+class Sharer {
+ public:
+  explicit Sharer(const Options& options);
+
+  /// Opens the stream, which takes a second, and closes it, which takes two.
+  void beginOperation() { sender_->beginOperation(); }
+  void endOperation() { sender_->endOperation(); }
+
+  /// Sends what is due until all has been sent or `end` has come; what is left goes first the next
+  /// time.
+  void sendFrame(std::chrono::steady_clock::time_point end);
+
+  [[nodiscard]] const Totals& totals() const { return totals_; }
+
+ private:
+  using Clock = std::chrono::steady_clock;
+
+  void begin(const PixelRect& screen);
+  void noteChanges();
+  bool grab(const PixelRect& area);
+  [[nodiscard]] std::shared_ptr<tarnwick::NSImage> picture(const PixelRect& area) const;
+  void sendPreview();
+  void sendPiece(const PixelRect& area);
+  void send(const std::shared_ptr<tarnwick::NSImage>& image, const PixelRect& area,
+            bool isFullScreen, float factor);
+  [[nodiscard]] std::size_t fileSize(const tarnwick::NSImage& image, float factor);
+  [[nodiscard]] PixelRect scaled(const PixelRect& area) const;
+
+  const Options options_;
+  Screen screen_;
+  const std::shared_ptr<tarnwick::TxImageUDP> sender_;
+  Pace pace_;
+
+  PixelRect screenBounds_, bounds_;  // as it is, and as it is shared
+  std::optional<ChangeMap> changes_;
+  std::shared_ptr<tarnwick::NSImage> scaledScreen_;  // null when shared as it is
+  Clock::time_point nextRefresh_;
+  Totals totals_;
+};
+
+}  // namespace screenshare
