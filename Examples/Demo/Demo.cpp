@@ -143,12 +143,11 @@ int movePictures(const Options& options, const char* program) {
 
 int main(int argc, char** argv) {
   Options options;
-  CLI::App arguments(
+  const auto addOptions = [&](CLI::App& arguments) { describe(arguments, options); };
+  constexpr auto description =
       "Sends pictures to a second process of its own over UDP and compares what arrives with what\n"
-      "was sent. Exit status: 0 all arrived as they should, 1 something failed, 2 wrong usage.",
-      "demo");
-  describe(arguments, options);
-  return program::run(arguments, argc, argv, [&] {
+      "was sent. Exit status: 0 all arrived as they should, 1 something failed, 2 wrong usage.";
+  return program::run("demo", description, argc, argv, addOptions, [&](const CLI::App&) {
     if (options.receivePort) return receivePictures(*options.receivePort, options.output);
     return movePictures(options, argv[0]);
   });

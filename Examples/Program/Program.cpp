@@ -7,7 +7,6 @@
 #include <atomic>
 #include <csignal>
 #include <cstdlib>
-#include <exception>
 #include <iostream>
 
 namespace program {
@@ -23,18 +22,18 @@ void noteInterrupt(int) { interrupted = true; }
 
 }  // namespace
 
-int run(CLI::App& arguments, int argc, char** argv, const std::function<int()>& body) try {
-  arguments.parse(argc, argv);
-  return body();
-} catch (const CLI::CallForHelp&) {
-  std::cout << arguments.help();
-  return EXIT_SUCCESS;
-} catch (const CLI::ParseError& error) {
+int endEarly(const CLI::App& arguments, const CLI::ParseError& end) {
+  if (end.get_exit_code() == static_cast<int>(CLI::ExitCodes::Success)) {
+    std::cout << arguments.help();
+    return EXIT_SUCCESS;
+  }
   const std::string name = arguments.get_name();
-  std::cerr << name << ": " << error.what() << "; see " << name << " --help\n";
+  std::cerr << name << ": " << end.what() << "; see " << name << " --help\n";
   return usageStatus;
-} catch (const std::exception& error) {
-  std::cerr << arguments.get_name() << ": " << error.what() << "\n";
+}
+
+int complain(const char* name, const std::exception& error) noexcept {
+  std::cerr << name << ": " << error.what() << "\n";
   return EXIT_FAILURE;
 }
 
@@ -61,7 +60,6 @@ void keepLogOffTerminal() {
 void catchInterrupts() {
   struct sigaction action {};
   action.sa_handler = noteInterrupt;
-  action.sa_flags = static_cast<int>(SA_RESETHAND);
   for (const int signal : {SIGINT, SIGTERM}) sigaction(signal, &action, nullptr);
 }
 

@@ -4,23 +4,39 @@
 #include <CLI/CLI.hpp>
 #include <Tarnwick/Tarnwick.hpp>
 #include <cstdint>
+#include <exception>
 #include <functional>
-#include <stdexcept>
 #include <string>
+
+#include "Program/Trouble.hpp"
 
 namespace program {
 
 /// The longest datagram that an endpoint takes, in bytes.
 inline constexpr std::int64_t longestDatagram = 65500;
 
-/// Something that the user can mend; the text says how.
-struct Trouble : std::runtime_error {
-  using std::runtime_error::runtime_error;
-};
+/// Shows the help that was asked for, or says what is wrong with the arguments, or with the rest.
+/// Returns the exit status.
+int endEarly(const CLI::App& arguments, const CLI::ParseError& end);
+int complain(const char* name, const std::exception& error) noexcept;
 
-/// Reads the arguments and runs `body`. What goes wrong is said in one line on standard error.
-/// Returns the exit status: what `body` returns, 1 when it throws, 2 for wrong arguments.
-int run(CLI::App& arguments, int argc, char** argv, const std::function<int()>& body);
+/// Reads the arguments that `describe` adds and runs `body`. What goes wrong is said in one line on
+/// standard error. Returns the exit status: what `body` returns, 1 when it throws, 2 for wrong
+/// arguments.
+template <typename Describe, typename Body>
+int run(const char* name, const char* description, int argc, char** argv, Describe describe,
+        Body body) try {
+  CLI::App arguments(description, name);
+  describe(arguments);
+  try {
+    arguments.parse(argc, argv);
+  } catch (const CLI::ParseError& end) {
+    return endEarly(arguments, end);
+  }
+  return body(arguments);
+} catch (const std::exception& error) {
+  return complain(name, error);
+}
 
 /// What to do about an endpoint that cannot be created or begun.
 Trouble troubleWith(const tarnwick::UDPError& error, const std::string& address,
@@ -30,7 +46,7 @@ Trouble troubleWith(const tarnwick::UDPError& error, const std::string& address,
 /// the program itself says on standard error can be read; redirect standard output to have both.
 void keepLogOffTerminal();
 
-/// From now on the first Ctrl-C, or SIGTERM, is noted and nothing more; the second one kills.
+/// From now on Ctrl-C and SIGTERM are noted, and nothing more.
 void catchInterrupts();
 bool isInterrupted();
 

@@ -7,7 +7,7 @@
 #include <cstring>
 #include <utility>
 
-#include "Program/Program.hpp"
+#include "Program/Trouble.hpp"
 
 namespace screenshare {
 namespace {

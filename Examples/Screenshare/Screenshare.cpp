@@ -116,11 +116,11 @@ int shareScreen(const Options& options) {
 
 int main(int argc, char** argv) {
   Options options;
-  CLI::App arguments(
+  constexpr auto description =
       "Shares the screen of an X11 display: the whole at first and from time to time, and in "
       "between\nwhat changes. The peer shows it with screenview. Ctrl-C ends it, which takes two "
-      "seconds.",
-      "screenshare");
-  describe(arguments, options);
-  return program::run(arguments, argc, argv, [&] { return shareScreen(options); });
+      "seconds.";
+  const auto addOptions = [&](CLI::App& arguments) { describe(arguments, options); };
+  return program::run("screenshare", description, argc, argv, addOptions,
+                      [&](const CLI::App&) { return shareScreen(options); });
 }
