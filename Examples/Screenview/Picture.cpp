@@ -1,0 +1,171 @@
+#include "Screenview/Picture.hpp"
+
+#include <algorithm>
+#include <cmath>
+#include <new>
+#include <numeric>
+#include <utility>
+
+namespace screenview {
+namespace {
+
+using tarnwick::CGFloat, tarnwick::CGRect, tarnwick::CGSize, tarnwick::NSImage;
+
+constexpr CGFloat longestSide = 16384, mostPixels = 1 << 26;  // of the picture
+constexpr CGFloat longestBounds = 1 << 20;                    // no screen has such a side
+constexpr std::size_t mostChanges = 64;                       // beyond, they are taken together
+
+/// Whether the image shows all of the peer's screen: it has no bounds, or it is a preview, which
+/// has fewer pixels than its bounds at the screen's top left say. A sharer sends one first, so that
+/// the viewer knows at once how large the screen is, and may have become smaller.
+bool isWholeScreen(const CGSize& pixels, const std::optional<CGRect>& bounds) {
+  if (!bounds) return true;
+  const bool isReduced = pixels.width < bounds->size.width || pixels.height < bounds->size.height;
+  return isReduced && bounds->origin == tarnwick::CGPoint{0, 0};
+}
+
+bool areSensible(const CGRect& bounds) {
+  return bounds.size.width > 0 && bounds.size.width <= longestBounds && bounds.size.height > 0 &&
+         bounds.size.height <= longestBounds;
+}
+
+/// A picture's size, without what is beyond the limits at its right and its bottom.
+CGSize limited(const CGSize& size) {
+  const CGFloat width = std::min(size.width, longestSide);
+  return {width, std::min({size.height, longestSide, std::floor(mostPixels / width)})};
+}
+
+/// The size of a picture that was this large when a rectangle is drawn into it.
+CGSize grown(const CGSize& size, const CGRect& bounds) {
+  const CGSize larger =
+      limited({std::max({size.width, bounds.origin.x + bounds.size.width, CGFloat{1}}),
+               std::max({size.height, bounds.origin.y + bounds.size.height, CGFloat{1}})});
+  // A growing width must not cost height that is in use.
+  return larger.height < size.height ? size : larger;
+}
+
+/// What a picture of this size shows of a rectangle; none when it lies outside.
+std::optional<Area> visiblePart(const CGRect& bounds, const CGSize& size) {
+  const CGFloat left = std::max(bounds.origin.x, CGFloat{0});
+  const CGFloat top = std::max(bounds.origin.y, CGFloat{0});
+  const CGFloat right = std::min(bounds.origin.x + bounds.size.width, size.width);
+  const CGFloat bottom = std::min(bounds.origin.y + bounds.size.height, size.height);
+  if (left >= right || top >= bottom) return std::nullopt;
+  return Area{static_cast<int>(left), static_cast<int>(top), static_cast<int>(right - left),
+              static_cast<int>(bottom - top)};
+}
+
+Area unionOf(const Area& one, const Area& other) {
+  const int x = std::min(one.x, other.x), y = std::min(one.y, other.y);
+  return {x, y, std::max(one.x + one.width, other.x + other.width) - x,
+          std::max(one.y + one.height, other.y + other.height) - y};
+}
+
+std::shared_ptr<NSImage> blackImage(const CGSize& size) {
+  tarnwick::Bitmap bitmap{
+      static_cast<std::int64_t>(size.width), static_cast<std::int64_t>(size.height), {}};
+  bitmap.pixels.resize(static_cast<std::size_t>(bitmap.height) * bitmap.rowBytes());
+  constexpr std::size_t alpha = 3;  // its place in a pixel
+  for (std::size_t i = alpha; i < bitmap.pixels.size(); i += tarnwick::Bitmap::bytesPerPixel) {
+    bitmap.pixels[i] = 0xFF;
+  }
+  return NSImage::fromBitmap(std::move(bitmap));
+}
+
+/// Draws all of `source` over `bounds`, in pixels of `target` from its top left, scaled if need be.
+void drawOver(NSImage& target, const NSImage& source, const CGRect& bounds) {
+  // Drawing counts from the bottom left.
+  const CGFloat y = target.size().height - bounds.origin.y - bounds.size.height;
+  target.draw(source, {{0, 0}, source.size()}, {{bounds.origin.x, y}, bounds.size});
+}
+
+}  // namespace
+
+void Picture::imageReceived(std::shared_ptr<NSImage> image,
+                            std::optional<tarnwick::CGRect> bounds) try {
+  const bool isWhole = isWholeScreen(image->size(), bounds);
+  CGRect place = bounds.value_or(CGRect{{0, 0}, image->size()});
+  if (bounds && !areSensible(place)) return;
+  const std::shared_ptr<NSImage> before = canvas();
+  const CGSize oldSize = before && !isWhole ? before->size() : CGSize{};
+  const CGSize size = isWhole ? limited(place.size) : grown(oldSize, place);
+  const std::optional<Area> visible = visiblePart(place, size);
+  if (!visible) return;
+
+  // What takes long comes before the lock: scaling, and making another canvas.
+  if (image->size() != place.size) {
+    const CGRect part{{CGFloat(visible->x), CGFloat(visible->y)},
+                      {CGFloat(visible->width), CGFloat(visible->height)}};
+    const auto scaled = blackImage(part.size);
+    drawOver(*scaled, *image,
+             {{place.origin.x - part.origin.x, place.origin.y - part.origin.y}, place.size});
+    image = scaled;
+    place = part;
+  }
+  std::shared_ptr<NSImage> after = before;
+  if (isWhole && image->size() == size) {
+    after = image;
+  } else if (size != oldSize) {
+    after = blackImage(size);
+    if (before && !isWhole) drawOver(*after, *before, {{0, 0}, oldSize});
+    drawOver(*after, *image, place);
+  }
+
+  const std::scoped_lock hold(lock_);
+  if (after == before) {
+    drawOver(*canvas_, *image, place);
+    noteChange(*visible);
+  } else {
+    canvas_ = after;
+    status_.width = static_cast<int>(size.width);
+    status_.height = static_cast<int>(size.height);
+    noteChange({0, 0, status_.width, status_.height});
+  }
+  status_.last = Clock::now();
+  if (status_.count++ == 0) status_.first = status_.last;
+} catch (const std::bad_alloc&) {
+  // There is no room for this image; there may be for the next one.
+}
+
+Picture::Status Picture::status() const {
+  const std::scoped_lock hold(lock_);
+  return status_;
+}
+
+std::shared_ptr<NSImage> Picture::copy() const {
+  const std::scoped_lock hold(lock_);
+  return canvas_ ? NSImage::fromBitmap(*canvas_->bitmap()) : nullptr;
+}
+
+bool Picture::takeChanges(const Upload& upload) {
+  const std::scoped_lock hold(lock_);
+  if (changes_.empty()) return false;
+  upload(*canvas_->bitmap(), changes_);
+  changes_.clear();
+  return true;
+}
+
+void Picture::onChange(std::function<void()> wake) {
+  const std::scoped_lock hold(lock_);
+  wake_ = std::move(wake);
+}
+
+std::shared_ptr<NSImage> Picture::canvas() const {
+  const std::scoped_lock hold(lock_);
+  return canvas_;
+}
+
+/// Expects the lock to be held.
+void Picture::noteChange(const Area& area) {
+  if (changes_.empty() && wake_) wake_();
+  const bool isAll = area.width == status_.width && area.height == status_.height;
+  if (isAll) changes_.clear();
+  if (changes_.size() < mostChanges) {
+    changes_.push_back(area);
+  } else {
+    const Area all = std::accumulate(changes_.begin(), changes_.end(), area, unionOf);
+    changes_.assign(1, all);
+  }
+}
+
+}  // namespace screenview

@@ -1,0 +1,135 @@
+// Shows what another machine sends of its screen: screenview [--port 5000] [--fullscreen]
+// Or saves it: screenview --save FILE.png [--after SECONDS]
+#include <unistd.h>
+
+#include <cerrno>
+#include <chrono>
+#include <cstdint>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <memory>
+#include <optional>
+#include <string>
+#include <system_error>
+#include <utility>
+
+#include "Program/Program.hpp"
+#include "Screenview/Picture.hpp"
+#include "Screenview/Window.hpp"
+
+namespace screenview {
+namespace {
+
+constexpr double longestWait = 86400;  // seconds
+
+struct Options {
+  std::uint16_t port = 5000;
+  bool isFullScreen = false;
+  std::optional<std::string> file;  // none: show a window
+  double after = 2;                 // seconds
+};
+
+std::shared_ptr<tarnwick::RxImageUDP> makeReceiver(std::uint16_t port,
+                                                   std::shared_ptr<Picture> picture) try {
+  return tarnwick::RxImageUDP::create("screenview", port, program::longestDatagram,
+                                      std::move(picture));
+} catch (const tarnwick::UDPError& error) {
+  throw program::troubleWith(error, "", port);
+}
+
+int showWindow(const Options& options) {
+  // Events of the window end the wait at once. What the receiver has completed is looked for this
+  // often, and a change that comes of it is an event.
+  constexpr std::chrono::milliseconds patience(4);
+
+  const auto picture = std::make_shared<Picture>();
+  const auto receiver = makeReceiver(options.port, picture);
+  Window window(picture, options.port, options.isFullScreen);
+  receiver->beginOperation();
+  // This is how most applications with an event loop drain the main queue: once a pass. One whose
+  // loop can wait for a descriptor waits for the queue's fileDescriptor() instead, and needs no
+  // patience; program::drainMainQueueUntil() does.
+  while (window.handleEvents(patience)) {
+    tarnwick::DispatchQueue::main().drain();
+    window.show();
+  }
+  receiver->endOperation();
+  return EXIT_SUCCESS;
+}
+
+[[noreturn]] void throwFileTrouble(const std::string& file, int error) {
+  throw program::Trouble(file + " cannot be written: " + std::generic_category().message(error));
+}
+
+/// Says early what would go wrong late. Changes nothing: a file that is there stays as it is until
+/// there is a picture.
+void checkWritable(const std::string& file) {
+  namespace fs = std::filesystem;
+  std::error_code ignored;
+  if (fs::is_directory(file, ignored)) throwFileTrouble(file, EISDIR);
+  const fs::path directory = fs::absolute(file, ignored).parent_path();
+  const std::string asked = fs::exists(file, ignored) ? file : directory.string();
+  if (access(asked.c_str(), W_OK) != 0) throwFileTrouble(file, errno);
+}
+
+void write(const tarnwick::Data& bytes, const std::string& file) {
+  std::ofstream stream(file, std::ios::binary);
+  const auto characters = tarnwick::characters(bytes);
+  stream.write(characters.data(), static_cast<std::streamsize>(characters.size())).flush();
+  if (!stream) throwFileTrouble(file, errno);
+}
+
+int savePicture(const Options& options) {
+  checkWritable(*options.file);
+  const auto picture = std::make_shared<Picture>();
+  const auto receiver = makeReceiver(options.port, picture);
+  program::catchInterrupts();
+  receiver->beginOperation();
+  program::drainMainQueueUntil([&] {
+    const Picture::Status status = picture->status();
+    const std::chrono::duration<double> since = Clock::now() - status.first;
+    return status.count > 0 && since.count() >= options.after;
+  });
+  receiver->endOperation();
+  const auto image = picture->copy();
+  if (!image) {
+    throw program::Trouble("no picture came on port " + std::to_string(options.port) +
+                           ", nothing is saved");
+  }
+  write(image->pngRepresentation().value(), *options.file);
+  return EXIT_SUCCESS;
+}
+
+void describe(CLI::App& arguments, Options& options) {
+  arguments.add_option("--port", options.port, "the UDP port to receive on")
+      ->check(CLI::Range(1, 65535))
+      ->capture_default_str();
+  auto* fullScreen =
+      arguments.add_flag("--fullscreen", options.isFullScreen, "start in full screen");
+  auto* save = arguments
+                   .add_option("--save", options.file,
+                               "open no window, and write the picture to this PNG file")
+                   ->excludes(fullScreen);
+  arguments
+      .add_option("--after", options.after,
+                  "seconds from the first picture until --save writes; Ctrl-C writes at once")
+      ->check(CLI::Range(0.0, longestWait))
+      ->needs(save)
+      ->capture_default_str();
+}
+
+}  // namespace
+}  // namespace screenview
+
+int main(int argc, char** argv) {
+  screenview::Options options;
+  constexpr auto description =
+      "Shows what another machine sends of its screen. F11 or f: full screen and back. Escape or\n"
+      "q: end. Exit status: 0 ended as asked, 1 something failed, 2 wrong usage.";
+  const auto addOptions = [&](CLI::App& arguments) { screenview::describe(arguments, options); };
+  return program::run("screenview", description, argc, argv, addOptions, [&](const CLI::App&) {
+    program::keepLogOffTerminal();
+    return options.file ? screenview::savePicture(options) : screenview::showWindow(options);
+  });
+}
