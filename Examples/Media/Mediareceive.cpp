@@ -1,0 +1,138 @@
+// Receives video and audio of another machine and saves it.
+#include <Tarnwick/Tarnwick.hpp>
+#include <atomic>
+#include <cstdint>
+#include <cstdlib>
+#include <limits>
+#include <memory>
+#include <string>
+#include <utility>
+
+#include "Media/Recorder.hpp"
+#include "Program/Program.hpp"
+
+namespace {
+
+using media::Recorder;
+using media::say;
+
+struct Options {
+  std::string directory;
+  std::uint16_t videoPort = 5001, audioPort = 5002;
+  std::int64_t count = std::numeric_limits<std::int64_t>::max();
+};
+
+/// Saves frames and says which are missing.
+class VideoRecorder : public tarnwick::RxVideoUDPDelegate {
+ public:
+  explicit VideoRecorder(std::shared_ptr<Recorder> recorder) : recorder_(std::move(recorder)) {}
+
+  // Start and stop come on the receive thread, which must not be kept waiting.
+  void videoStarted() override {
+    isNewStream_ = true;
+    say("the stream starts");
+  }
+  void videoStopped() override { say("the stream stops"); }
+
+  // The frames come on another thread.
+  void videoFrameReceived(std::int64_t frameID, tarnwick::Data data) override {
+    if (recorder_->save(data).empty()) return;
+    if (isNewStream_.exchange(false) || frameID <= last_) last_ = 0;  // they count from 1
+    reportMissing(last_ + 1, frameID - 1);
+    last_ = frameID;
+  }
+
+  [[nodiscard]] std::int64_t missing() const { return missing_; }
+
+ private:
+  void reportMissing(std::int64_t first, std::int64_t last) {
+    if (first > last) return;
+    missing_ += last - first + 1;
+    const std::string numbers = std::to_string(first) + " to " + std::to_string(last);
+    say(first == last ? "missing frame " + std::to_string(first) : "missing frames " + numbers);
+  }
+
+  const std::shared_ptr<Recorder> recorder_;
+  std::atomic<bool> isNewStream_ = false;
+  std::int64_t last_ = 0;  // used by the frames' thread only
+  std::atomic<std::int64_t> missing_ = 0;
+};
+
+class AudioRecorder : public tarnwick::RxAudioUDPDelegate {
+ public:
+  explicit AudioRecorder(std::shared_ptr<Recorder> recorder) : recorder_(std::move(recorder)) {}
+
+  void audioReceived(std::int64_t recorded, tarnwick::Data data) override {
+    const std::string file = recorder_->save(data);
+    if (file.empty()) return;
+    say("recording " + std::to_string(recorded) + ": " + std::to_string(data.size()) +
+        " bytes in " + file);
+  }
+
+ private:
+  const std::shared_ptr<Recorder> recorder_;
+};
+
+/// Receives until all is there or somebody interrupts. Returns how many objects were saved.
+template <typename Receiver>
+std::int64_t receive(std::uint16_t port, const auto& delegate, Recorder& recorder) try {
+  const auto receiver = Receiver::create("mediareceive", port, program::longestDatagram, delegate);
+  program::catchInterrupts();
+  receiver->beginOperation();
+  say("receiving on port " + std::to_string(port) + "; Ctrl-C ends");
+  program::drainMainQueueUntil([&recorder] { return recorder.isDone(); });
+  receiver->endOperation();
+  return recorder.close();
+} catch (const tarnwick::UDPError& error) {
+  throw program::troubleWith(error, "", port);
+}
+
+int receiveVideo(const Options& options) {
+  const auto recorder = std::make_shared<Recorder>(
+      options.directory, media::Naming{"frame-", 6, ".jpg"}, options.count);
+  const auto delegate = std::make_shared<VideoRecorder>(recorder);
+  const std::int64_t count = receive<tarnwick::RxVideoUDP>(options.videoPort, delegate, *recorder);
+  say("saved frames: " + std::to_string(count) +
+      ", missing: " + std::to_string(delegate->missing()));
+  return EXIT_SUCCESS;
+}
+
+int receiveAudio(const Options& options) {
+  const auto recorder = std::make_shared<Recorder>(
+      options.directory, media::Naming{"recording-", 4, ".wav"}, options.count);
+  const std::int64_t count = receive<tarnwick::RxAudioUDP>(
+      options.audioPort, std::make_shared<AudioRecorder>(recorder), *recorder);
+  say("saved recordings: " + std::to_string(count));
+  return EXIT_SUCCESS;
+}
+
+void describe(CLI::App& arguments, Options& options) {
+  arguments.require_subcommand(1);
+  const auto add = [&](const char* name, const char* text, std::uint16_t& port) {
+    CLI::App* command = arguments.add_subcommand(name, text);
+    command->add_option("DIRECTORY", options.directory, "Where the files go")->required();
+    command->add_option("--port", port, "The port to receive on")
+        ->check(CLI::Range(1, 65535))
+        ->capture_default_str();
+    command->add_option("--count", options.count, "End after so many; else at Ctrl-C")
+        ->check(CLI::Range(std::int64_t{1}, options.count));
+  };
+  add("video", "Saves the frames of video streams", options.videoPort);
+  add("audio", "Saves recordings", options.audioPort);
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  Options options;
+  constexpr auto description =
+      "Receives video and audio of another machine and saves it: one file for each frame or\n"
+      "recording. Exit status: 0 ended as asked, 1 something failed, 2 wrong usage.";
+  const auto addOptions = [&](CLI::App& arguments) { describe(arguments, options); };
+  return program::run("mediareceive", description, argc, argv, addOptions,
+                      [&](const CLI::App& arguments) {
+                        program::keepLogOffTerminal();
+                        if (arguments.got_subcommand("video")) return receiveVideo(options);
+                        return receiveAudio(options);
+                      });
+}
