@@ -1,0 +1,68 @@
+// What the test of the desktop programs sees of a display.
+//
+//   displays compare WHAT WHAT [X Y WIDTH HEIGHT]   how alike two pictures are, in decibels
+//   displays save WHAT FILE.png                     the picture as a file
+//
+// WHAT is a display, like :1, or a PNG file. A picture of another size is scaled to the first's.
+#include <Tarnwick/Tarnwick.hpp>
+#include <cstdlib>
+#include <exception>
+#include <fstream>
+#include <iostream>
+#include <iterator>
+#include <memory>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include "Screenshare/Screen.hpp"
+#include "Tests/Pictures.hpp"
+
+namespace {
+
+using tarnwick::CGRect, tarnwick::NSImage;
+
+std::shared_ptr<NSImage> load(const std::string& what) {
+  if (what.starts_with(':')) {
+    screenshare::Screen screen(what);
+    screen.changes();  // finds the pointer
+    if (screen.grab(screen.bounds())) return screen.picture(screen.bounds());
+  } else {
+    std::ifstream file(what, std::ios::binary);
+    if (auto image = NSImage::fromData({std::istreambuf_iterator<char>(file), {}})) return image;
+  }
+  throw std::runtime_error("no picture: " + what);
+}
+
+void compare(NSImage& left, std::shared_ptr<NSImage> right, const CGRect& area) {
+  if (right->size() != left.size()) right = resize(*right, left.size());
+  std::cout << tarnwick::test::psnr(*crop(left, area)->bitmap(), *crop(*right, area)->bitmap())
+            << "\n";
+}
+
+void save(const NSImage& image, const std::string& name) {
+  const tarnwick::Data png = image.pngRepresentation().value();
+  std::ofstream file(name, std::ios::binary);
+  file.write(reinterpret_cast<const char*>(png.data()), std::ssize(png));
+  if (!file.flush()) throw std::runtime_error("cannot write " + name);
+}
+
+}  // namespace
+
+int main(int argc, char** argv) try {
+  const std::vector<std::string> words(argv + 1, argv + argc);
+  const std::shared_ptr<NSImage> image = load(words.at(1));
+  if (words.at(0) == "save") {
+    save(*image, words.at(2));
+  } else if (words.size() < 7) {
+    compare(*image, load(words.at(2)), {{}, image->size()});
+  } else {
+    compare(
+        *image, load(words.at(2)),
+        {{std::stod(words[3]), std::stod(words[4])}, {std::stod(words[5]), std::stod(words[6])}});
+  }
+  return EXIT_SUCCESS;
+} catch (const std::exception& error) {
+  std::cerr << "displays: " << error.what() << "\n";
+  return EXIT_FAILURE;
+}

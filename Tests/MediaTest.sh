@@ -1,0 +1,136 @@
+#!/usr/bin/env bash
+# Sends video, audio and PINs from one process to another, and compares what arrives with what was
+# sent: MediaTest.sh MEDIASEND MEDIARECEIVE DEMO. The demo's second process is the receiver of images.
+set -uo pipefail
+
+sender=$(realpath "$1") receiver=$(realpath "$2") demo=$(realpath "$3")
+seeds=$(realpath "$(dirname "$0")/../Fuzzing/Seeds/FuzzImages")
+. "$(dirname "$0")/Support.sh"
+mkfifo silence
+exec {silence}<>silence # an input that does not end
+
+isSaid() { grep -qs -- "$1" test.log; }
+hasEnded() { ! kill -0 "$process" 2>/dev/null; }
+
+# Starts a receiver on a port of its own; on another one when somebody was faster.
+start() {
+  local command=("$@")
+  for _ in {1..10}; do
+    findPort
+    "${limited[@]}" "${command[@]/PORT/$port}" <&"$silence" &>test.log &
+    process=$!
+    processes+=("$process")
+    waitFor eval 'isSaid "Receive process running" || hasEnded'
+    isSaid taken || return
+  done
+}
+
+endsWith() {
+  local status
+  wait "$process"
+  status=$?
+  ((status == $1))
+}
+
+littleEndian() { # NUMBER BYTES
+  local i
+  for ((i = 0; i < $2; ++i)); do printf '%b' "\\x$(printf %02x $(($1 >> 8 * i & 255)))"; done
+}
+
+# Standard input as the samples of a WAV file.
+wav() {
+  cat >samples
+  local size
+  size=$(wc -c <samples)
+  printf RIFF && littleEndian $((size + 36)) 4 && printf 'WAVEfmt ' && littleEndian 16 4
+  littleEndian 1 2 && littleEndian 1 2 && littleEndian 8000 4 && littleEndian 8000 4
+  littleEndian 1 2 && littleEndian 8 2 && printf data && littleEndian "$size" 4
+  cat samples
+}
+
+# Standard input as a segment, of the kind given, of a picture.
+picture() { # MARKER
+  cat >segment
+  local size
+  size=$(($(wc -c <segment) + 2))
+  printf '%b' "\\xff\\xd8\\xff\\x$1\\x$(printf %02x $((size >> 8)))\\x$(printf %02x $((size & 255)))"
+  cat segment
+  tail -c +3 "$seeds/444.jpg"
+}
+
+application=e1 comment=fe
+repeated() { printf "%$1s" '' | tr ' ' "$2"; }
+
+# A thumbnail ends no picture, an end marker in a comment neither; padding is none of a picture.
+cp "$seeds/420.jpg" sent-1.jpg
+picture $application <"$seeds/422.jpg" >sent-2.jpg
+head -c 60000 /dev/urandom | picture $comment >sent-3.jpg
+# In pieces of 16 bytes the second one begins where the comment has a message, or separators.
+printf '0123456789stop|abcdefghijk' | picture $comment >sent-4.jpg
+printf '0123456789videoframe|1|x|y' | picture $comment >sent-5.jpg
+{ printf 0123456789 && repeated 40 '|'; } | picture $comment >sent-6.jpg
+{ cat sent-1.jpg sent-2.jpg && head -c 100 /dev/zero && cat sent-3.jpg && head -c 400 sent-2.jpg; } \
+  >pictures.mjpeg
+cat sent-[456].jpg >messages.mjpeg
+
+start "$receiver" video frames --port PORT
+check "$sender" video 127.0.0.1 pictures.mjpeg --port "$port" --fps 100 &>said
+check grep -q 'skipped incomplete pictures: 1' said
+check grep -q 'sent frames: 3' said
+check "$sender" video 127.0.0.1 messages.mjpeg --port "$port" --chunk 16 &>said
+check waitFor test -e frames/frame-000006.jpg
+for i in {1..6}; do check cmp "sent-$i.jpg" "frames/frame-00000$i.jpg"; done
+check complains 1 "$receiver" video frames --port "$port"
+check complains 1 "$receiver" audio frames --port "$port"
+
+# Numbers that do not come, and the end by a signal.
+exec {peer}>"/dev/udp/127.0.0.1/$port"
+for message in start 'videoframe|2|x|3' abc 'videoframe|5|x|3' def; do
+  printf %s "$message" >&"$peer"
+done
+check waitFor isSaid 'missing frames 3 to 4'
+check isSaid 'missing frame 1$'
+kill -TERM "$process"
+check endsWith 0
+check isSaid 'the stream starts'
+check isSaid 'the stream stops'
+check isSaid 'saved frames: 8, missing: 3'
+
+# No more than the system holds for a receiver that is kept waiting.
+head -c 100000 /dev/urandom | wav >sent-1.wav
+{ head -c 5000 /dev/zero && repeated 4000 '|' && repeated 99 x && repeated 3000 '~'; } | wav >sent-2.wav
+# In pieces of 44 bytes the second one begins where the header ends.
+printf 'recorded|7|x|%s' "$(repeated 31 y)" | wav >sent-3.wav
+printf 'wave|1|a|2|b|%s' "$(repeated 31 3)" | wav >sent-4.wav
+start "$receiver" audio recordings --port PORT --count 4
+check "$sender" audio 127.0.0.1 sent-1.wav --port "$port" &>said
+check "$sender" audio 127.0.0.1 sent-2.wav --port "$port" &>said
+check "$sender" audio 127.0.0.1 sent-3.wav --port "$port" --chunk 44 &>said
+check "$sender" audio 127.0.0.1 sent-4.wav --port "$port" --chunk 44 --number 9 &>said
+check endsWith 0
+check isSaid 'recording 9'
+for i in {1..4}; do check cmp "sent-$i.wav" "recordings/recording-000$i.wav"; done
+
+check complains 1 "$sender" pin 127.0.0.1 5183 --port "$port" # nobody is there
+start "$demo" --receive PORT --output "$work"
+check waitFor "$sender" pin 127.0.0.1 5183 --port "$port" &>said
+check complains 1 "$sender" pin 127.0.0.1 0000 --port "$port"
+check grep -q rejected complaint
+
+: >empty
+for file in empty missing "$work" sent-1.wav; do
+  check complains 1 "$sender" video 127.0.0.1 "$file"
+done
+for file in empty missing "$work" sent-1.jpg; do
+  check complains 1 "$sender" audio 127.0.0.1 "$file"
+done
+head -c 140000 /dev/zero | tr '\0' '|' | wav >separators.wav
+check complains 1 "$sender" audio 127.0.0.1 separators.wav --port "$port"
+check complains 1 "$sender" audio host.example sent-1.wav
+check complains 1 "$receiver" audio empty/directory
+check complains 2 "$sender" video 127.0.0.1 pictures.mjpeg --fps 0
+check complains 2 "$sender" pin 127.0.0.1 '51|83'
+check complains 2 "$sender"
+check complains 2 "$receiver" video frames --count 0
+
+finish

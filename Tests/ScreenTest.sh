@@ -1,0 +1,118 @@
+#!/usr/bin/env bash
+# Shares the desktop of one X server with a viewer on another over 127.0.0.1 and compares the two:
+# ScreenTest.sh SCREENSHARE SCREENVIEW DISPLAYS [SCREENSHOT.png]
+set -uo pipefail
+screenshare=$(realpath "$1") screenview=$(realpath "$2") displays=$(realpath "$3")
+screenshot=$(realpath "${4:-/dev/null}")
+. "$(dirname "$0")/Support.sh"
+
+alike=30 # decibels: JPEG at the default quality has 34 and more, a window out of place below 20
+
+# An X server on a display number that it finds itself: its name in $display.
+startServer() {
+  Xvfb -displayfd 3 -screen 0 1024x640x24 -nolisten tcp -noreset 3>display &>xvfb.log &
+  processes+=("$!")
+  waitFor test -s display || fail 'Xvfb does not start'
+  display=":$(<display)"
+  : >display
+}
+
+startSharer() {
+  "$screenshare" 127.0.0.1 --port "$port" --display "$desktop" "$@" &>sharer.log &
+  sharer=$!
+  processes+=("$sharer")
+}
+
+startViewer() {
+  SDL_RENDER_DRIVER=software DISPLAY=$wall "$screenview" --port "$port" --fullscreen &>viewer.log &
+  viewer=$!
+  processes+=("$viewer")
+  waitFor grep -qs 'Receive process running' viewer.log || fail 'the viewer does not start'
+}
+
+# Ends a process as Ctrl-C does, and tells whether that was well.
+ends() {
+  kill -TERM "$1"
+  wait "$1"
+}
+
+# Whether two pictures, or an area of them, are as alike as JPEG lets them be.
+isAlike() {
+  local similarity
+  similarity=$("$displays" compare "$@") &&
+    awk -v is="$similarity" -v wanted="$alike" 'BEGIN { exit !(is == "inf" || is >= wanted) }'
+}
+
+# A program on the desktop.
+show() {
+  DISPLAY=$desktop "$@" &>/dev/null &
+  processes+=("$!")
+}
+findWindow() {
+  window=$(DISPLAY=$desktop xdotool search --onlyvisible --class "$1" | tail -n 1) && [[ $window ]];
+}
+
+moveTo() {
+  DISPLAY=$desktop xdotool windowmove --sync "$logo" "$1" "$2"
+}
+
+startServer && desktop=$display
+startServer && wall=$display
+show xmessage -geometry 560x400+40+40 -fn fixed -file "$here/../Examples/Receiver.cpp"
+show xcalc -geometry 260x304+720+300
+show xclock -geometry 164x164+820+40 -bg '#f4ecd8'
+show xlogo -geometry 150x150+630+50 -fg '#c8553d' -bg white
+DISPLAY=$desktop xsetroot -solid '#27546e'
+waitFor findWindow XLogo || fail 'there is no window to move'
+logo=$window
+for class in Xmessage XCalc XClock; do waitFor findWindow "$class" || fail "there is no $class"; done
+
+findPort
+startViewer
+startSharer --refresh 3600 # what changes has to come by itself
+check waitFor isAlike "$desktop" "$wall"
+for place in '600 120' '520 220' '480 300' '460 420'; do moveTo $place; done
+check waitFor isAlike "$desktop" "$wall" 630 50 150 150 # where it was
+check waitFor isAlike "$desktop" "$wall" 460 420 150 150
+check waitFor isAlike "$desktop" "$wall"
+"$displays" save "$wall" "$screenshot"
+
+# A sharer that stops and comes back, when the desktop has another look.
+check ends "$sharer"
+moveTo 100 460
+startSharer --refresh 1 --chunk 1400
+check waitFor isAlike "$desktop" "$wall"
+
+# A viewer that comes late, and a smaller picture.
+check ends "$viewer"
+startViewer
+check waitFor isAlike "$desktop" "$wall"
+check ends "$sharer"
+startSharer --scale 0.5
+alike=18 check waitFor isAlike "$desktop" "$wall"
+check ends "$viewer"
+check ends "$sharer"
+
+# Into a file, without a window.
+startSharer --refresh 1
+check "${limited[@]}" "$screenview" --port "$port" --save saved.png --after 2 >viewer.log
+check isAlike "$desktop" saved.png
+
+check complains 1 "$screenshare" 127.0.0.1 --display :9999
+check complains 1 env -u DISPLAY "$screenshare" 127.0.0.1
+check complains 1 "$screenshare" host.example --display "$desktop"
+check complains 1 env DISPLAY=:9999 SDL_VIDEODRIVER=x11 "$screenview" --port "$port"
+check complains 1 "$screenview" --port "$port" --save missing/directory.png
+check complains 2 "$screenshare" 127.0.0.1 --fps 0
+check complains 2 "$screenview" --port none
+startViewer
+check complains 1 "$screenview" --port "$port" --save saved.png
+check ends "$viewer"
+
+# A display that goes away.
+kill "${processes[0]}"
+wait "$sharer"
+check test "$?" -eq 1
+check grep -q 'does not answer any more' sharer.log
+
+finish
