@@ -59,6 +59,7 @@ Window::Window(std::shared_ptr<Picture> picture, std::uint16_t port, bool isFull
   window_.reset(SDL_CreateWindow("screenview", bounds.x, bounds.y, bounds.w, bounds.h,
                                  SDL_WINDOW_RESIZABLE | SDL_WINDOW_ALLOW_HIGHDPI | mode));
   if (!window_) throwDisplayTrouble();
+  SDL_GetWindowSize(window_.get(), &givenWidth_, &givenHeight_);
   SDL_SetWindowMinimumSize(window_.get(), leastWidth, leastHeight);
   renderer_.reset(SDL_CreateRenderer(window_.get(), -1, 0));
   if (!renderer_) throwDisplayTrouble();
@@ -130,7 +131,7 @@ void Window::upload(const tarnwick::Bitmap& bitmap, const std::vector<Area>& cha
 
 /// Nothing is shown of a picture that the display cannot take; the title says so.
 void Window::makeTexture(int width, int height) {
-  if (width_ == 0) takeSize(width, height);
+  takeSize(width, height);
   width_ = width;
   height_ = height;
   texture_.reset();  // before another one needs the room
@@ -142,8 +143,11 @@ void Window::makeTexture(int width, int height) {
 }
 
 /// Makes the window as large as the picture or, where the display has no room for that, as large
-/// as it can be with the picture's proportions.
+/// as it can be with the picture's proportions. A window that the user gave a size keeps it.
 void Window::takeSize(int width, int height) {
+  int currentWidth = 0, currentHeight = 0;
+  SDL_GetWindowSize(window_.get(), &currentWidth, &currentHeight);
+  if (currentWidth != givenWidth_ || currentHeight != givenHeight_) return;
   SDL_Rect room{};
   int top = 0, left = 0, bottom = 0, right = 0;  // the window's frame
   const int display = SDL_GetWindowDisplayIndex(window_.get());
@@ -151,11 +155,11 @@ void Window::takeSize(int width, int height) {
   SDL_GetWindowBordersSize(window_.get(), &top, &left, &bottom, &right);
   room = {room.x + left, room.y + top, room.w - left - right, room.h - top - bottom};
   const double scale = std::min({1.0, double(room.w) / width, double(room.h) / height});
-  const int scaledWidth = std::max(1, static_cast<int>(std::lround(width * scale)));
-  const int scaledHeight = std::max(1, static_cast<int>(std::lround(height * scale)));
-  SDL_SetWindowSize(window_.get(), scaledWidth, scaledHeight);
-  SDL_SetWindowPosition(window_.get(), room.x + (room.w - scaledWidth) / 2,
-                        room.y + (room.h - scaledHeight) / 2);
+  givenWidth_ = std::max(leastWidth, static_cast<int>(std::lround(width * scale)));
+  givenHeight_ = std::max(leastHeight, static_cast<int>(std::lround(height * scale)));
+  SDL_SetWindowSize(window_.get(), givenWidth_, givenHeight_);
+  SDL_SetWindowPosition(window_.get(), room.x + (room.w - givenWidth_) / 2,
+                        room.y + (room.h - givenHeight_) / 2);
 }
 
 void Window::updateTitle() {

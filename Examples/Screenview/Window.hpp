@@ -61,7 +61,8 @@ class Window {
   std::unique_ptr<SDL_Window, Destroyer<SDL_DestroyWindow>> window_;
   std::unique_ptr<SDL_Renderer, Destroyer<SDL_DestroyRenderer>> renderer_;
   std::unique_ptr<SDL_Texture, Destroyer<SDL_DestroyTexture>> texture_;  // null: nothing to show
-  int width_ = 0, height_ = 0;  // of the picture that the texture is for
+  int width_ = 0, height_ = 0;            // of the picture that the texture is for
+  int givenWidth_ = 0, givenHeight_ = 0;  // the window's size, unless the user gave it another
   bool mustPresent_ = true;
 
   std::string title_;
