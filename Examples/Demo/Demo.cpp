@@ -24,6 +24,8 @@ namespace {
 
 using namespace demo;
 
+const char* programName = "demo";  // as it was called
+
 struct Options {
   std::int64_t chunk = 1400;  // the system holds 92 of these for a receiver that is kept waiting
   float compression = 0.8F;
@@ -63,9 +65,9 @@ std::filesystem::path makeDirectory(const std::filesystem::path& wanted) {
   return name;
 }
 
-std::string thisProgram(const char* name) {
+std::string thisProgram() {
   const std::filesystem::path link = "/proc/self/exe";  // where there is one, no name misleads
-  return std::filesystem::exists(link) ? link.string() : name;
+  return std::filesystem::exists(link) ? link.string() : programName;
 }
 
 std::string milliseconds(const Shipment& shipment) {
@@ -116,12 +118,12 @@ std::ptrdiff_t printTable(const std::vector<Shipment>& shipments, std::int64_t c
   return faults;
 }
 
-int movePictures(const Options& options, const char* program) {
+int movePictures(const Options& options) {
   const auto pictures = options.files.empty() ? drawnPictures() : loadedPictures(options.files);
   if (pictures.empty()) return complain("there", "is nothing to send");
   int status = EXIT_SUCCESS;
   const std::filesystem::path directory = makeDirectory(options.output);
-  const auto receiver = startReceiver(thisProgram(program), directory, options.isVerbose);
+  const auto receiver = startReceiver(thisProgram(), directory, options.isVerbose);
   const std::vector<Shipment> shipments =
       sendAll(pictures, options.compression, options.chunk, *receiver);
   if (const std::string trouble = receiver->end(); !trouble.empty()) {
@@ -139,16 +141,17 @@ int movePictures(const Options& options, const char* program) {
   return status;
 }
 
+int moveOrReceivePictures(const Options& options) {
+  if (options.receivePort) return receivePictures(*options.receivePort, options.output);
+  return movePictures(options);
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
-  Options options;
-  const auto addOptions = [&](CLI::App& arguments) { describe(arguments, options); };
   constexpr auto description =
       "Sends pictures to a second process of its own over UDP and compares what arrives with what\n"
       "was sent. Exit status: 0 all arrived as they should, 1 something failed, 2 wrong usage.";
-  return program::run("demo", description, argc, argv, addOptions, [&](const CLI::App&) {
-    if (options.receivePort) return receivePictures(*options.receivePort, options.output);
-    return movePictures(options, argv[0]);
-  });
+  programName = argv[0];
+  return program::run("demo", description, argc, argv, describe, moveOrReceivePictures);
 }

@@ -20,6 +20,7 @@ struct Options {
   std::string directory;
   std::uint16_t videoPort = 5001, audioPort = 5002;
   std::int64_t count = std::numeric_limits<std::int64_t>::max();
+  int (*command)(const Options&) = nullptr;
 };
 
 /// Saves frames and says which are missing.
@@ -84,7 +85,7 @@ std::int64_t receive(std::uint16_t port, const auto& delegate, Recorder& recorde
   receiver->endOperation();
   return recorder.close();
 } catch (const tarnwick::UDPError& error) {
-  throw program::troubleWith(error, "", port);
+  throw program::Trouble(program::adviceOn(error, "", port));
 }
 
 int receiveVideo(const Options& options) {
@@ -108,8 +109,10 @@ int receiveAudio(const Options& options) {
 
 void describe(CLI::App& arguments, Options& options) {
   arguments.require_subcommand(1);
-  const auto add = [&](const char* name, const char* text, std::uint16_t& port) {
+  const auto add = [&](const char* name, const char* text, std::uint16_t& port,
+                       int (*function)(const Options&)) {
     CLI::App* command = arguments.add_subcommand(name, text);
+    command->callback([&options, function] { options.command = function; });
     command->add_option("DIRECTORY", options.directory, "Where the files go")->required();
     command->add_option("--port", port, "The port to receive on")
         ->check(CLI::Range(1, 65535))
@@ -117,22 +120,20 @@ void describe(CLI::App& arguments, Options& options) {
     command->add_option("--count", options.count, "End after so many; else at Ctrl-C")
         ->check(CLI::Range(std::int64_t{1}, options.count));
   };
-  add("video", "Saves the frames of video streams", options.videoPort);
-  add("audio", "Saves recordings", options.audioPort);
+  add("video", "Saves the frames of video streams", options.videoPort, receiveVideo);
+  add("audio", "Saves recordings", options.audioPort, receiveAudio);
+}
+
+int receiveMedia(const Options& options) {
+  program::keepLogOffTerminal();
+  return options.command(options);
 }
 
 }  // namespace
 
 int main(int argc, char** argv) {
-  Options options;
   constexpr auto description =
       "Receives video and audio of another machine and saves it: one file for each frame or\n"
       "recording. Exit status: 0 ended as asked, 1 something failed, 2 wrong usage.";
-  const auto addOptions = [&](CLI::App& arguments) { describe(arguments, options); };
-  return program::run("mediareceive", description, argc, argv, addOptions,
-                      [&](const CLI::App& arguments) {
-                        program::keepLogOffTerminal();
-                        if (arguments.got_subcommand("video")) return receiveVideo(options);
-                        return receiveAudio(options);
-                      });
+  return program::run("mediareceive", description, argc, argv, describe, receiveMedia);
 }

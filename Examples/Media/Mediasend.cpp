@@ -34,6 +34,7 @@ struct Options {
   std::size_t chunk = 1400;  // the system holds 92 of these for a receiver that is kept waiting
   double fps = 25;
   std::int64_t number = 1;
+  int (*command)(const Options&) = nullptr;
 
   [[nodiscard]] Seconds interval() const { return Seconds(1 / fps); }
 };
@@ -132,8 +133,10 @@ std::string complaintAboutPin(const std::string& pin) {
 
 void describe(CLI::App& arguments, Options& options) {
   arguments.require_subcommand(1);
-  const auto add = [&](const char* name, const char* text, std::uint16_t& port) {
+  const auto add = [&](const char* name, const char* text, std::uint16_t& port,
+                       int (*function)(const Options&)) {
     CLI::App* command = arguments.add_subcommand(name, text);
+    command->callback([&options, function] { options.command = function; });
     command->add_option("ADDRESS", options.address, "The receiver's IPv4 address")->required();
     command->add_option("--port", port, "The receiver's port")
         ->check(CLI::Range(1, 65535))
@@ -146,33 +149,31 @@ void describe(CLI::App& arguments, Options& options) {
         ->check(CLI::Range(std::int64_t{1}, program::longestDatagram))
         ->capture_default_str();
   };
-  CLI::App* video = add("video", "Sends a motion-JPEG file as a video stream", options.videoPort);
+  CLI::App* video =
+      add("video", "Sends a motion-JPEG file as a video stream", options.videoPort, sendVideo);
   addFile(video, "JPEG pictures, one after another");
   video->add_option("--fps", options.fps, "Frames a second")
       ->check(CLI::Range(1.0, 1000.0))
       ->capture_default_str();
-  CLI::App* audio = add("audio", "Sends a WAV file as a recording", options.audioPort);
+  CLI::App* audio = add("audio", "Sends a WAV file as a recording", options.audioPort, sendAudio);
   addFile(audio, "The recording");
   audio->add_option("--number", options.number, "The recording's number")
       ->check(CLI::Range(std::int64_t{1}, std::numeric_limits<std::int64_t>::max()))
       ->capture_default_str();
-  CLI::App* pin = add("pin", "Offers a PIN to an image receiver", options.imagePort);
+  CLI::App* pin = add("pin", "Offers a PIN to an image receiver", options.imagePort, offerPin);
   pin->add_option("PIN", options.pin, "The PIN")->required()->check(complaintAboutPin);
+}
+
+int sendMedia(const Options& options) {
+  program::keepLogOffTerminal();
+  return options.command(options);
 }
 
 }  // namespace
 
 int main(int argc, char** argv) {
-  Options options;
   constexpr auto description =
       "Sends video and audio files to another machine, and offers PINs. Exit status: 0 all was\n"
       "sent, or the PIN is accepted; 1 something failed; 2 wrong usage.";
-  const auto addOptions = [&](CLI::App& arguments) { describe(arguments, options); };
-  return program::run("mediasend", description, argc, argv, addOptions,
-                      [&](const CLI::App& arguments) {
-                        program::keepLogOffTerminal();
-                        if (arguments.got_subcommand("video")) return sendVideo(options);
-                        if (arguments.got_subcommand("audio")) return sendAudio(options);
-                        return offerPin(options);
-                      });
+  return program::run("mediasend", description, argc, argv, describe, sendMedia);
 }

@@ -27,7 +27,7 @@ int endEarly(const CLI::App& arguments, const CLI::ParseError& end) {
     std::cout << arguments.help();
     return EXIT_SUCCESS;
   }
-  const std::string name = arguments.get_name();
+  const std::string& name = arguments.get_name();
   std::cerr << name << ": " << end.what() << "; see " << name << " --help\n";
   return usageStatus;
 }
@@ -37,16 +37,16 @@ int complain(const char* name, const std::exception& error) noexcept {
   return EXIT_FAILURE;
 }
 
-Trouble troubleWith(const tarnwick::UDPError& error, const std::string& address,
-                    std::uint16_t port) {
+std::string adviceOn(const tarnwick::UDPError& error, const std::string& address,
+                     std::uint16_t port) {
   if (error == tarnwick::UDPError::bindSocket) {
-    return Trouble("port " + std::to_string(port) +
-                   " is taken: end the program that has it, or choose another with --port");
+    return "port " + std::to_string(port) +
+           " is taken, or not yours to take: choose another with --port";
   }
   if (error == tarnwick::UDPError::badAddress) {
-    return Trouble(address + " is no IPv4 address: give one like 192.168.1.20, not a name");
+    return address + " is no IPv4 address: give one like 192.168.1.20, not a name";
   }
-  return Trouble(error.localizedDescription());
+  return error.localizedDescription();
 }
 
 void keepLogOffTerminal() {

@@ -23,24 +23,28 @@ int complain(const char* name, const std::exception& error) noexcept;
 /// Reads the arguments that `describe` adds and runs `body`. What goes wrong is said in one line on
 /// standard error. Returns the exit status: what `body` returns, 1 when it throws, 2 for wrong
 /// arguments.
-template <typename Describe, typename Body>
-int run(const char* name, const char* description, int argc, char** argv, Describe describe,
-        Body body) try {
-  CLI::App arguments(description, name);
-  describe(arguments);
+template <typename Options>
+int run(const char* name, const char* description, int argc, char** argv,
+        void (*describe)(CLI::App& arguments, Options& options),
+        int (*body)(const Options& options)) noexcept {
   try {
-    arguments.parse(argc, argv);
-  } catch (const CLI::ParseError& end) {
-    return endEarly(arguments, end);
+    Options options;
+    CLI::App arguments(description, name);
+    describe(arguments, options);
+    try {
+      arguments.parse(argc, argv);
+    } catch (const CLI::ParseError& end) {
+      return endEarly(arguments, end);
+    }
+    return body(options);
+  } catch (const std::exception& error) {
+    return complain(name, error);
   }
-  return body(arguments);
-} catch (const std::exception& error) {
-  return complain(name, error);
 }
 
-/// What to do about an endpoint that cannot be created or begun.
-Trouble troubleWith(const tarnwick::UDPError& error, const std::string& address,
-                    std::uint16_t port);
+/// What to do about an endpoint that cannot be created.
+std::string adviceOn(const tarnwick::UDPError& error, const std::string& address,
+                     std::uint16_t port);
 
 /// The framework logs on standard output. Where that is a terminal the log is dropped, so that what
 /// the program itself says on standard error can be read; redirect standard output to have both.

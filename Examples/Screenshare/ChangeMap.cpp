@@ -9,6 +9,11 @@ namespace {
 
 int ceilDivide(int dividend, int divisor) { return (dividend + divisor - 1) / divisor; }
 
+std::size_t index(int x, int y, int width) {
+  return static_cast<std::size_t>(y) * static_cast<std::size_t>(width) +
+         static_cast<std::size_t>(x);
+}
+
 int countOf(const PixelRect& cells) { return cells.width * cells.height; }
 
 /// Shows a visitor each cell of an area of a grid that is `width` cells wide.
@@ -16,7 +21,7 @@ template <typename Cells, typename Visitor>
 void visit(Cells& grid, int width, const PixelRect& area, Visitor visitor) {
   for (int y = area.y; y < area.y + area.height; ++y) {
     for (int x = area.x; x < area.x + area.width; ++x) {
-      visitor(grid[static_cast<std::size_t>(y * width + x)]);
+      visitor(grid[index(x, y, width)]);
     }
   }
 }
@@ -88,7 +93,7 @@ PixelRect ChangeMap::dirtyBox(const PixelRect& cells) const {
   int left = cells.x + cells.width, top = cells.y + cells.height, right = 0, bottom = 0;
   for (int y = cells.y; y < cells.y + cells.height; ++y) {
     for (int x = cells.x; x < cells.x + cells.width; ++x) {
-      if (cells_[static_cast<std::size_t>(y * grid_.width + x)].due == never) continue;
+      if (cells_[index(x, y, grid_.width)].due == never) continue;
       left = std::min(left, x);
       right = std::max(right, x + 1);
       top = std::min(top, y);

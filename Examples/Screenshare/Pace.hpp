@@ -2,57 +2,65 @@
 
 #include <algorithm>
 #include <chrono>
-#include <condition_variable>
 #include <cstddef>
-#include <mutex>
-#include <stop_token>
 #include <thread>
 
 namespace screenshare {
 
 /// Keeps the sender's queue short, which would empty itself at a hundred messages and cannot be
-/// asked how many it holds. A thread makes passes as the sender's own does, each with a millisecond
-/// of sleep, and a pass of ours pays for a little less than the one datagram that leaves in a pass
-/// of the sender's. So on a busy machine, which lets both run late, less is queued.
+/// asked how many it holds. A datagram leaves each time the sender's thread has slept for a
+/// millisecond, and how late a busy machine wakes a thread shows in our own sleep; so what has left
+/// can be estimated, a little low. For one thread.
 class Pace {
  public:
+  using Clock = std::chrono::steady_clock;
+
   /// `bandwidth` is what the network carries, in bytes a second.
-  explicit Pace(double bandwidth) : bytesPerPass_(bandwidth / passesPerSecond) {}
+  explicit Pace(double bandwidth)
+      : bytesPerDatagram_(bandwidth * Seconds(sleepOfSender).count() / share) {}
 
   /// Notes that a picture was queued: its announcement, and its file as one datagram.
   void add(std::size_t fileSize) {
-    const std::lock_guard lock(mutex_);
-    owed_ += std::max(2.0, static_cast<double>(fileSize) / bytesPerPass_);
-    changed_.notify_all();
+    settle();
+    owed_ += std::max(2.0, static_cast<double>(fileSize) / bytesPerDatagram_);
   }
 
   /// Waits until the queue is short again.
-  void wait() {
-    std::unique_lock lock(mutex_);
-    changed_.wait(lock, [this] { return owed_ <= allowance; });
+  void waitForRoom() {
+    while (owed_ > allowance) sleep(2 * sleepOfSender);
+  }
+
+  void sleepUntil(Clock::time_point time) {
+    const Clock::duration left = time - Clock::now();
+    if (left > Clock::duration::zero()) sleep(left);
   }
 
  private:
-  static constexpr double passesPerSecond = 1000, payment = 0.8;  // datagrams a pass
+  using Seconds = std::chrono::duration<double>;
+
+  static constexpr std::chrono::milliseconds sleepOfSender{1};
+  static constexpr double share = 0.8;  // of the datagrams that leave, which are counted
   // Enough for the changes of one frame, and a sixth of what the queue holds.
   static constexpr double allowance = 16;
 
-  void makePasses(const std::stop_token& stopped) {
-    std::unique_lock lock(mutex_);
-    while (changed_.wait(lock, stopped, [this] { return owed_ > 0; })) {
-      lock.unlock();
-      std::this_thread::sleep_for(std::chrono::milliseconds(1));
-      lock.lock();
-      owed_ = std::max(0.0, owed_ - payment);
-      if (owed_ <= allowance) changed_.notify_all();
-    }
+  void sleep(Clock::duration time) {
+    const Clock::time_point start = Clock::now();
+    std::this_thread::sleep_for(time);
+    constexpr double smoothing = 0.125;
+    lateness_ += smoothing * (Seconds(Clock::now() - start - time) - lateness_);
+    settle();
   }
 
-  const double bytesPerPass_;
-  std::mutex mutex_;
-  std::condition_variable_any changed_;
-  double owed_ = 0;  // guarded by mutex_: passes that what was queued still takes
-  std::jthread passes_{[this](const std::stop_token& stopped) { makePasses(stopped); }};
+  void settle() {
+    const Clock::time_point now = Clock::now();
+    owed_ = std::max(0.0, owed_ - share * ((now - settled_) / (sleepOfSender + lateness_)));
+    settled_ = now;
+  }
+
+  const double bytesPerDatagram_;  // that the network carries while one is counted
+  double owed_ = 0;                // datagrams in the queue, or as many as the network is slower
+  Clock::time_point settled_ = Clock::now();
+  Seconds lateness_{0};  // with which a sleep ends, on average
 };
 
 }  // namespace screenshare

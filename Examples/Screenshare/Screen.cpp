@@ -3,8 +3,8 @@
 #include <sys/ipc.h>
 #include <sys/shm.h>
 
+#include <bit>
 #include <cstdlib>
-#include <cstring>
 #include <utility>
 
 #include "Program/Trouble.hpp"
@@ -109,13 +109,13 @@ void Screen::watch() {
 void Screen::shareMemory() {
   const auto size = static_cast<std::size_t>(bytesPerPixel * bounds_.width * bounds_.height);
   const int memory = shmget(IPC_PRIVATE, size, IPC_CREAT | 0600);
-  void* const address = memory == -1 ? nullptr : shmat(memory, nullptr, 0);
+  void* const address = shmat(memory, nullptr, 0);
   segment_ = xcb_generate_id(connection_);
   const Owned<xcb_generic_error_t> error(xcb_request_check(
       connection_,
       xcb_shm_attach_checked(connection_, segment_, static_cast<std::uint32_t>(memory), 0)));
   shmctl(memory, IPC_RMID, nullptr);  // it lives as long as the server and we are attached
-  if (error || address == nullptr || address == reinterpret_cast<void*>(-1)) {
+  if (error || std::bit_cast<std::intptr_t>(address) == -1) {
     throw Trouble("display " + name_ + " shares no memory with us: run where its server runs");
   }
   pixels_ = static_cast<const std::uint8_t*>(address);

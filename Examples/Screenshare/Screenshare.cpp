@@ -6,7 +6,6 @@
 #include <iomanip>
 #include <sstream>
 #include <string>
-#include <thread>
 
 #include "Program/Program.hpp"
 #include "Screenshare/Sharer.hpp"
@@ -87,8 +86,7 @@ void share(Sharer& sharer, double frameRate) {
   Clock::time_point frame = shown.time;
   while (!program::isInterrupted()) {
     frame = std::max(frame + period, Clock::now());
-    sharer.sendFrame(frame);
-    std::this_thread::sleep_until(frame);
+    sharer.runFrame(frame);
     if (Clock::now() - shown.time < 1s) continue;
     const Reading now{.totals = sharer.totals()};
     if (program::hasStatusLine()) program::showStatus(difference(now, shown));
@@ -115,12 +113,9 @@ int shareScreen(const Options& options) {
 }  // namespace
 
 int main(int argc, char** argv) {
-  Options options;
   constexpr auto description =
       "Shares the screen of an X11 display: the whole at first and from time to time, and in "
       "between\nwhat changes. The peer shows it with screenview. Ctrl-C ends it, which takes two "
       "seconds.";
-  const auto addOptions = [&](CLI::App& arguments) { describe(arguments, options); };
-  return program::run("screenshare", description, argc, argv, addOptions,
-                      [&](const CLI::App&) { return shareScreen(options); });
+  return program::run("screenshare", description, argc, argv, describe, shareScreen);
 }

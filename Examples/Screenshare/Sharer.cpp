@@ -19,7 +19,7 @@ constexpr double bytesPerMegabit = 125'000;
 std::shared_ptr<tarnwick::TxImageUDP> makeSender(const Options& options) try {
   return tarnwick::TxImageUDP::create("screen", options.address, options.port, options.chunk);
 } catch (const tarnwick::UDPError& error) {
-  throw program::troubleWith(error, options.address, options.port);
+  throw program::Trouble(program::adviceOn(error, options.address, options.port));
 }
 
 std::chrono::steady_clock::duration seconds(double count) {
@@ -35,14 +35,10 @@ Sharer::Sharer(const Options& options)
       sender_(makeSender(options)),
       pace_(options.bandwidth * bytesPerMegabit) {}
 
-void Sharer::sendFrame(Clock::time_point end) {
+void Sharer::runFrame(Clock::time_point end) {
   noteChanges();
-  if (changes_->isClean() || !grab(changes_->box())) return;
-  ++totals_.frames;
-  for (const auto& piece : changes_->pieces(margin * static_cast<double>(options_.chunk))) {
-    sendPiece(piece.area);
-    if (Clock::now() >= end) return;
-  }
+  if (!changes_->isClean() && grab(changes_->box())) sendPieces(end);
+  pace_.sleepUntil(end);
 }
 
 void Sharer::noteChanges() {
@@ -97,6 +93,15 @@ std::shared_ptr<tarnwick::NSImage> Sharer::picture(const PixelRect& area) const 
   return scaledScreen_ ? tarnwick::crop(*scaledScreen_, area.asCGRect()) : screen_.picture(area);
 }
 
+/// Sends pieces until all have been sent, or it is time for the next frame.
+void Sharer::sendPieces(Clock::time_point end) {
+  ++totals_.frames;
+  for (const auto& piece : changes_->pieces(margin * static_cast<double>(options_.chunk))) {
+    sendPiece(piece.area);
+    if (Clock::now() >= end) return;
+  }
+}
+
 /// A piece whose file is too large for a datagram goes in halves, and a single cell of noise at a
 /// lower quality.
 void Sharer::sendPiece(const PixelRect& area) {
@@ -121,14 +126,15 @@ void Sharer::sendPiece(const PixelRect& area) {
 
 void Sharer::send(const std::shared_ptr<tarnwick::NSImage>& image, const PixelRect& area,
                   bool isFullScreen, float factor) {
-  pace_.wait();
+  pace_.waitForRoom();
+  // The sender's own thread queues a file and then lets go of the image: no two wait for that.
+  while (lastSent_.use_count() > 0) std::this_thread::sleep_for(100us);
+  lastSent_ = image;
   const std::size_t size = fileSize(*image, factor);
   sender_->send(image, area.asCGRect(), static_cast<std::uint64_t>(++totals_.pictures),
                 isFullScreen, factor);
   totals_.datagrams += 2;  // the announcement and the file
   totals_.bytes += static_cast<std::int64_t>(size);
-  // The sender's own thread queues the file and then lets go of the image.
-  while (image.use_count() > 1) std::this_thread::sleep_for(50us);
   pace_.add(size);
 }
 

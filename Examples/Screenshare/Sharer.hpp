@@ -43,9 +43,9 @@ class Sharer {
   void beginOperation() { sender_->beginOperation(); }
   void endOperation() { sender_->endOperation(); }
 
-  /// Sends what is due until all has been sent or `end` has come; what is left goes first the next
-  /// time.
-  void sendFrame(std::chrono::steady_clock::time_point end);
+  /// Sends what is due, and returns at the time `end`. What could not be sent by then goes first
+  /// the next time.
+  void runFrame(std::chrono::steady_clock::time_point end);
 
   [[nodiscard]] const Totals& totals() const { return totals_; }
 
@@ -57,6 +57,7 @@ class Sharer {
   bool grab(const PixelRect& area);
   [[nodiscard]] std::shared_ptr<tarnwick::NSImage> picture(const PixelRect& area) const;
   void sendPreview();
+  void sendPieces(Clock::time_point end);
   void sendPiece(const PixelRect& area);
   void send(const std::shared_ptr<tarnwick::NSImage>& image, const PixelRect& area,
             bool isFullScreen, float factor);
@@ -72,6 +73,7 @@ class Sharer {
   std::optional<ChangeMap> changes_;
   std::shared_ptr<tarnwick::NSImage> scaledScreen_;  // null when shared as it is
   Clock::time_point nextRefresh_;
+  std::weak_ptr<tarnwick::NSImage> lastSent_;
   Totals totals_;
 };
 

@@ -35,7 +35,7 @@ std::shared_ptr<tarnwick::RxImageUDP> makeReceiver(std::uint16_t port,
   return tarnwick::RxImageUDP::create("screenview", port, program::longestDatagram,
                                       std::move(picture));
 } catch (const tarnwick::UDPError& error) {
-  throw program::troubleWith(error, "", port);
+  throw program::Trouble(program::adviceOn(error, "", port));
 }
 
 int showWindow(const Options& options) {
@@ -119,17 +119,18 @@ void describe(CLI::App& arguments, Options& options) {
       ->capture_default_str();
 }
 
+int view(const Options& options) {
+  program::keepLogOffTerminal();
+  return options.file ? savePicture(options) : showWindow(options);
+}
+
 }  // namespace
 }  // namespace screenview
 
 int main(int argc, char** argv) {
-  screenview::Options options;
   constexpr auto description =
       "Shows what another machine sends of its screen. F11 or f: full screen and back. Escape or\n"
       "q: end. Exit status: 0 ended as asked, 1 something failed, 2 wrong usage.";
-  const auto addOptions = [&](CLI::App& arguments) { screenview::describe(arguments, options); };
-  return program::run("screenview", description, argc, argv, addOptions, [&](const CLI::App&) {
-    program::keepLogOffTerminal();
-    return options.file ? screenview::savePicture(options) : screenview::showWindow(options);
-  });
+  return program::run("screenview", description, argc, argv, screenview::describe,
+                      screenview::view);
 }
