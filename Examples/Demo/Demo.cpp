@@ -18,6 +18,7 @@
 #include "Demo/DemoPictures.hpp"
 #include "Demo/DemoReceiver.hpp"
 #include "Demo/DemoSender.hpp"
+#include "Program/Arguments.hpp"
 #include "Program/Program.hpp"
 
 namespace {

@@ -9,6 +9,7 @@
 #include <utility>
 
 #include "Media/Recorder.hpp"
+#include "Program/Arguments.hpp"
 #include "Program/Program.hpp"
 
 namespace {

@@ -19,6 +19,7 @@
 
 #include "Media/MotionJPEG.hpp"
 #include "Media/PacedClient.hpp"
+#include "Program/Arguments.hpp"
 #include "Program/Program.hpp"
 
 namespace {

@@ -12,7 +12,6 @@
 namespace program {
 namespace {
 
-constexpr int usageStatus = 2;
 constexpr int patience = 100;  // milliseconds between two looks at what nobody announces
 
 std::atomic<bool> interrupted = false;
@@ -21,21 +20,6 @@ static_assert(std::atomic<bool>::is_always_lock_free);  // or a signal handler m
 void noteInterrupt(int) { interrupted = true; }
 
 }  // namespace
-
-int endEarly(const CLI::App& arguments, const CLI::ParseError& end) {
-  if (end.get_exit_code() == static_cast<int>(CLI::ExitCodes::Success)) {
-    std::cout << arguments.help();
-    return EXIT_SUCCESS;
-  }
-  const std::string& name = arguments.get_name();
-  std::cerr << name << ": " << end.what() << "; see " << name << " --help\n";
-  return usageStatus;
-}
-
-int complain(const char* name, const std::exception& error) noexcept {
-  std::cerr << name << ": " << error.what() << "\n";
-  return EXIT_FAILURE;
-}
 
 std::string adviceOn(const tarnwick::UDPError& error, const std::string& address,
                      std::uint16_t port) {

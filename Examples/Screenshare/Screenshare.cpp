@@ -7,6 +7,7 @@
 #include <sstream>
 #include <string>
 
+#include "Program/Arguments.hpp"
 #include "Program/Program.hpp"
 #include "Screenshare/Sharer.hpp"
 

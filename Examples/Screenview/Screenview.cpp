@@ -14,6 +14,7 @@
 #include <system_error>
 #include <utility>
 
+#include "Program/Arguments.hpp"
 #include "Program/Program.hpp"
 #include "Screenview/Picture.hpp"
 #include "Screenview/Window.hpp"

@@ -1,0 +1,29 @@
+#include "Program/Arguments.hpp"
+
+#include <cstdlib>
+#include <iostream>
+#include <string>
+
+namespace program {
+namespace {
+
+constexpr int usageStatus = 2;
+
+}  // namespace
+
+int endEarly(const CLI::App& arguments, const CLI::ParseError& end) {
+  if (end.get_exit_code() == static_cast<int>(CLI::ExitCodes::Success)) {
+    std::cout << arguments.help();
+    return EXIT_SUCCESS;
+  }
+  const std::string& name = arguments.get_name();
+  std::cerr << name << ": " << end.what() << "; see " << name << " --help\n";
+  return usageStatus;
+}
+
+int complain(const char* name, const std::exception& error) noexcept {
+  std::cerr << name << ": " << error.what() << "\n";
+  return EXIT_FAILURE;
+}
+
+}  // namespace program

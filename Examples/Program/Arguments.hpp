@@ -1,0 +1,36 @@
+// How all programs here read their arguments, and complain.
+#pragma once
+
+#include <CLI/CLI.hpp>
+#include <exception>
+
+namespace program {
+
+/// Shows the help that was asked for, or says what is wrong with the arguments, or with the rest.
+/// Returns the exit status.
+int endEarly(const CLI::App& arguments, const CLI::ParseError& end);
+int complain(const char* name, const std::exception& error) noexcept;
+
+/// Reads the arguments that `describe` adds and runs `body`. What goes wrong is said in one line on
+/// standard error. Returns the exit status: what `body` returns, 1 when it throws, 2 for wrong
+/// arguments.
+template <typename Options>
+int run(const char* name, const char* description, int argc, char** argv,
+        void (*describe)(CLI::App& arguments, Options& options),
+        int (*body)(const Options& options)) noexcept {
+  try {
+    Options options;
+    CLI::App arguments(description, name);
+    describe(arguments, options);
+    try {
+      arguments.parse(argc, argv);
+    } catch (const CLI::ParseError& end) {
+      return endEarly(arguments, end);
+    }
+    return body(options);
+  } catch (const std::exception& error) {
+    return complain(name, error);
+  }
+}
+
+}  // namespace program
