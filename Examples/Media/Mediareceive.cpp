@@ -1,5 +1,6 @@
 // Receives video and audio of another machine and saves it.
 #include <Tarnwick/Tarnwick.hpp>
+#include <algorithm>
 #include <atomic>
 #include <cstdint>
 #include <cstdlib>
@@ -39,9 +40,9 @@ class VideoRecorder : public tarnwick::RxVideoUDPDelegate {
   // The frames come on another thread.
   void videoFrameReceived(std::int64_t frameID, tarnwick::Data data) override {
     if (recorder_->save(data).empty()) return;
-    if (isNewStream_.exchange(false) || frameID <= last_) last_ = 0;  // they count from 1
+    if (isNewStream_.exchange(false) || frameID == 1) last_ = 0;
     reportMissing(last_ + 1, frameID - 1);
-    last_ = frameID;
+    last_ = std::max(last_, frameID);  // one may come twice, or late
   }
 
   [[nodiscard]] std::int64_t missing() const { return missing_; }
