@@ -44,7 +44,7 @@ void describe(CLI::App& arguments, Options& options) {
   arguments
       .add_option("--compression", options.compression,
                   "From 0, the smallest files, to 1, the best pictures")
-      ->check(CLI::Range(0.0, 1.0))
+      ->check(program::between(0.0, 1.0))
       ->capture_default_str();
   arguments.add_option("--output", options.output,
                        "Where the received pictures go; else a fresh directory");

@@ -154,7 +154,7 @@ void describe(CLI::App& arguments, Options& options) {
       add("video", "Sends a motion-JPEG file as a video stream", options.videoPort, sendVideo);
   addFile(video, "JPEG pictures, one after another");
   video->add_option("--fps", options.fps, "Frames a second")
-      ->check(CLI::Range(1.0, 1000.0))
+      ->check(program::between(1.0, 1000.0))
       ->capture_default_str();
   CLI::App* audio = add("audio", "Sends a WAV file as a recording", options.audioPort, sendAudio);
   addFile(audio, "The recording");

@@ -6,6 +6,9 @@
 
 namespace program {
 
+/// Takes a number within limits, both included, and none that is not a number.
+CLI::Validator between(double least, double most);
+
 /// Shows the help that was asked for, or says what is wrong with the arguments, or with the rest.
 /// Returns the exit status.
 int endEarly(const CLI::App& arguments, const CLI::ParseError& end);

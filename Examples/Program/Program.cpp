@@ -61,7 +61,8 @@ bool hasStatusLine() { return isatty(STDERR_FILENO) != 0; }
 
 void showStatus(const std::string& text) {
   constexpr auto eraseRest = "\033[K";  // ECMA-48, EL
-  std::cerr << '\r' << text << eraseRest << std::flush;
+  constexpr std::size_t width = 79;  // of a terminal: a longer line would not be rewritten in place
+  std::cerr << '\r' << text.substr(0, width) << eraseRest << std::flush;
 }
 
 }  // namespace program

@@ -115,7 +115,7 @@ void describe(CLI::App& arguments, Options& options) {
   arguments
       .add_option("--after", options.after,
                   "seconds from the first picture until --save writes; Ctrl-C writes at once")
-      ->check(CLI::Range(0.0, longestWait))
+      ->check(program::between(0.0, longestWait))
       ->needs(save)
       ->capture_default_str();
 }
