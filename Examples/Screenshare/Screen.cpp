@@ -64,13 +64,11 @@ Screen::~Screen() {
 
 /// An extension is there only when its version was asked for.
 void Screen::requireExtensions() {
-  const auto* damage = xcb_get_extension_data(connection_, &xcb_damage_id);
-  for (const auto* extension : {damage, xcb_get_extension_data(connection_, &xcb_shm_id),
-                                xcb_get_extension_data(connection_, &xcb_xfixes_id)}) {
+  for (auto* id : {&xcb_damage_id, &xcb_shm_id, &xcb_xfixes_id}) {
+    const xcb_query_extension_reply_t* extension = xcb_get_extension_data(connection_, id);
     if (extension && extension->present != 0) continue;
     throw Trouble("display " + name_ + " lacks one of the extensions DAMAGE, MIT-SHM and XFIXES");
   }
-  damageEvent_ = static_cast<std::uint8_t>(damage->first_event + XCB_DAMAGE_NOTIFY);
   const Owned<xcb_damage_query_version_reply_t> damageVersion(xcb_damage_query_version_reply(
       connection_,
       xcb_damage_query_version(connection_, XCB_DAMAGE_MAJOR_VERSION, XCB_DAMAGE_MINOR_VERSION),
@@ -90,7 +88,8 @@ void Screen::requirePixelFormat() const {
     if (format.data->depth != screen_->root_depth) continue;
     isKnown = isKnown && format.data->bits_per_pixel == 8 * bytesPerPixel;
   }
-  if (!isKnown || screen_->root_depth < 24) {
+  constexpr int depth = 24;  // eight bits a colour
+  if (!isKnown || screen_->root_depth != depth) {
     throw Trouble("display " + name_ + " is not 24 bits deep: set it to millions of colours");
   }
 }
@@ -99,7 +98,9 @@ void Screen::watch() {
   const std::uint32_t events = XCB_EVENT_MASK_STRUCTURE_NOTIFY;  // for the size
   xcb_change_window_attributes(connection_, screen_->root, XCB_CW_EVENT_MASK, &events);
   damage_ = xcb_generate_id(connection_);
-  xcb_damage_create(connection_, damage_, screen_->root, XCB_DAMAGE_REPORT_LEVEL_DELTA_RECTANGLES);
+  xcb_damage_create(connection_, damage_, screen_->root, XCB_DAMAGE_REPORT_LEVEL_NON_EMPTY);
+  region_ = xcb_generate_id(connection_);
+  xcb_xfixes_create_region(connection_, region_, 0, nullptr);
   const Owned<xcb_get_geometry_reply_t> geometry(
       xcb_get_geometry_reply(connection_, xcb_get_geometry(connection_, screen_->root), nullptr));
   if (!geometry) giveUp();
@@ -128,25 +129,32 @@ void Screen::unshareMemory() {
 
 std::vector<PixelRect> Screen::changes() {
   std::vector<PixelRect> changed;
-  // From here on every change is reported anew, so none that comes before grab() is missed.
-  xcb_damage_subtract(connection_, damage_, XCB_NONE, XCB_NONE);
-  movePointer(changed);  // waits for the server, so what it had to report is here by then
+  readDamage(changed);
+  movePointer(changed);
   readEvents(changed);
   return changed;
+}
+
+/// Asks for what was damaged and begins anew in one step, so that nothing comes in between. Events
+/// would tell of a place only once, also when it was drawn to again after it was grabbed.
+void Screen::readDamage(std::vector<PixelRect>& changed) {
+  xcb_damage_subtract(connection_, damage_, XCB_NONE, region_);
+  const Owned<xcb_xfixes_fetch_region_reply_t> reply(xcb_xfixes_fetch_region_reply(
+      connection_, xcb_xfixes_fetch_region(connection_, region_), nullptr));
+  if (!reply) giveUp();
+  const xcb_rectangle_t* const areas = xcb_xfixes_fetch_region_rectangles(reply.get());
+  for (int i = 0; i < xcb_xfixes_fetch_region_rectangles_length(reply.get()); ++i) {
+    changed.push_back({areas[i].x, areas[i].y, areas[i].width, areas[i].height});
+  }
 }
 
 void Screen::readEvents(std::vector<PixelRect>& changed) {
   PixelRect bounds = bounds_;
   while (const Owned<xcb_generic_event_t> event{xcb_poll_for_event(connection_)}) {
     const int type = event->response_type & 0x7f;  // the highest bit tells who sent it
-    if (type == damageEvent_) {
-      const auto* notice = reinterpret_cast<const xcb_damage_notify_event_t*>(event.get());
-      const auto& area = notice->area;
-      changed.push_back({area.x, area.y, area.width, area.height});
-    } else if (type == XCB_CONFIGURE_NOTIFY) {
-      const auto* notice = reinterpret_cast<const xcb_configure_notify_event_t*>(event.get());
-      if (notice->window == screen_->root) bounds = {0, 0, notice->width, notice->height};
-    }
+    if (type != XCB_CONFIGURE_NOTIFY) continue;
+    const auto* notice = reinterpret_cast<const xcb_configure_notify_event_t*>(event.get());
+    if (notice->window == screen_->root) bounds = {0, 0, notice->width, notice->height};
   }
   if (bounds == bounds_) return;
   unshareMemory();

@@ -51,6 +51,7 @@ class Screen {
   void watch();
   void shareMemory();
   void unshareMemory();
+  void readDamage(std::vector<PixelRect>& changed);
   void readEvents(std::vector<PixelRect>& changed);
   void movePointer(std::vector<PixelRect>& changed);
   void drawPointer(tarnwick::Bitmap& bitmap, const PixelRect& part) const;
@@ -60,8 +61,8 @@ class Screen {
   int number_ = 0;  // of the screen, among those of the display
   xcb_connection_t* const connection_;
   xcb_screen_t* screen_ = nullptr;
-  std::uint8_t damageEvent_ = 0;
   xcb_damage_damage_t damage_ = 0;
+  xcb_xfixes_region_t region_ = 0;  // what was damaged
   PixelRect bounds_;
 
   xcb_shm_seg_t segment_ = 0;

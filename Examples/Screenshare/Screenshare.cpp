@@ -25,29 +25,30 @@ void describe(CLI::App& arguments, Options& options) {
   arguments
       .add_option("--chunk", options.chunk,
                   "The longest datagram, in bytes. About 1,000 datagrams leave a second, of which "
-                  "every second one carries a picture: 1400 carries 0.7 MB/s and crosses any "
-                  "network whole; 65500 carries 32 MB/s, crosses a wire in 45 fragments, of which "
-                  "none may be lost, and three fill the receiver's buffer")
+                  "every second one carries a picture. 1400 carries 0.7 MB/s and crosses any "
+                  "network whole; 16000 carries 8 MB/s, in 11 fragments on a wire, of which none "
+                  "may be lost; 65500 carries 32 MB/s in 45 fragments, and three such datagrams "
+                  "fill the receiver's buffer")
       ->check(CLI::Range(std::int64_t{1000}, program::longestDatagram))
       ->capture_default_str();
   arguments.add_option("--fps", options.frameRate, "How often to look for changes, a second")
-      ->check(CLI::Range(1.0, 240.0))
+      ->check(program::between(1.0, 240.0))
       ->capture_default_str();
   arguments.add_option("--refresh", options.refresh, "Seconds from one whole screen to the next")
-      ->check(CLI::Range(0.5, 3600.0))
+      ->check(program::between(0.5, 3600.0))
       ->capture_default_str();
   arguments
       .add_option("--compression", options.compression,
                   "From 0, the smallest files, to 1, the best pictures")
-      ->check(CLI::Range(0.0, 1.0))
+      ->check(program::between(0.0, 1.0))
       ->capture_default_str();
   arguments.add_option("--scale", options.scale, "The size that the screen is sent at")
-      ->check(CLI::Range(0.05, 1.0))
+      ->check(program::between(0.05, 1.0))
       ->capture_default_str();
   arguments
       .add_option("--bandwidth", options.bandwidth,
                   "Megabits a second that the network carries: less for a slow one")
-      ->check(CLI::Range(0.1, 10'000.0))
+      ->check(program::between(1, 10'000.0))
       ->capture_default_str();
   arguments.add_option("--display", options.display, "The X11 display; else that of DISPLAY");
 }
@@ -59,6 +60,7 @@ struct Reading {
   std::clock_t processor = std::clock();
 };
 
+/// How many a second, how long encoding a frame takes, and how much of a processor all together.
 std::string difference(const Reading& now, const Reading& then) {
   const std::chrono::duration<double> elapsed = now.time - then.time;
   const auto perSecond = [&](std::int64_t Totals::*count) {
@@ -68,14 +70,13 @@ std::string difference(const Reading& now, const Reading& then) {
       static_cast<double>(std::max<std::int64_t>(1, now.totals.frames - then.totals.frames));
   const std::chrono::duration<double, std::milli> encoding =
       now.totals.encoding - then.totals.encoding;
-  const double processor =
-      1000 * static_cast<double>(now.processor - then.processor) / CLOCKS_PER_SEC;
+  const double processor = static_cast<double>(now.processor - then.processor) / CLOCKS_PER_SEC;
   std::ostringstream text;
-  text << std::fixed << std::setprecision(0) << perSecond(&Totals::frames) << " frames/s, "
-       << perSecond(&Totals::pictures) << " rectangles/s, " << perSecond(&Totals::datagrams)
-       << " datagrams/s, " << std::setprecision(2) << perSecond(&Totals::bytes) / 1e6
-       << " MB/s; a frame takes " << std::setprecision(1) << encoding.count() / frames
-       << " ms of encoding, " << processor / frames << " ms of processor";
+  text << std::fixed << std::setprecision(0) << perSecond(&Totals::frames) << " frames, "
+       << perSecond(&Totals::pictures) << " rectangles, " << perSecond(&Totals::datagrams)
+       << " datagrams, " << std::setprecision(2) << perSecond(&Totals::bytes) / 1e6
+       << " MB/s; encoding " << std::setprecision(1) << encoding.count() / frames << " ms, CPU "
+       << std::setprecision(0) << 100 * processor / elapsed.count() << " %";
   return text.str();
 }
 
@@ -103,6 +104,7 @@ int shareScreen(const Options& options) {
   try {
     share(sharer, options.frameRate);
   } catch (...) {
+    if (program::hasStatusLine()) program::showStatus("");
     sharer.endOperation();
     throw;
   }

@@ -14,6 +14,7 @@ using namespace std::chrono_literals;
 
 constexpr double margin = 0.85;       // of a datagram that a piece is planned to fill
 constexpr auto refreshPatience = 1s;  // for which all that does not change lets changes go first
+constexpr int previewCount = 4;
 constexpr double bytesPerMegabit = 125'000;
 
 std::shared_ptr<tarnwick::TxImageUDP> makeSender(const Options& options) try {
@@ -47,6 +48,7 @@ void Sharer::noteChanges() {
   if (screen_.bounds() != screenBounds_) begin(screen_.bounds());
   for (const PixelRect& area : changed) changes_->touch(scaled(area), now);
   if (now < nextRefresh_) return;
+  if (previews_ > 0) sendPreview();
   changes_->touch(bounds_, now + refreshPatience);
   nextRefresh_ = now + seconds(options_.refresh);
 }
@@ -60,13 +62,13 @@ void Sharer::begin(const PixelRect& screen) {
   bounds_ = {0, 0, side(screen.width), side(screen.height)};
   const auto blank = tarnwick::NSImage::create({1, 1});
   changes_.emplace(bounds_.width, bounds_.height, fileSize(*blank, options_.compression));
-  changes_->touch(bounds_, Clock::now());
-  nextRefresh_ = Clock::now() + seconds(options_.refresh);
-  sendPreview();
+  nextRefresh_ = {};
+  previews_ = previewCount;
 }
 
 /// A small picture of the whole screen, so that the peer knows at once how large the screen is and
-/// what is on it.
+/// what is on it. It is also what tells a peer that the screen is smaller than it was, so it goes
+/// with the next few whole screens, too: a datagram may be lost.
 void Sharer::sendPreview() {
   if (!grab(bounds_)) return;
   const auto whole = picture(bounds_);
@@ -76,6 +78,7 @@ void Sharer::sendPreview() {
     const auto small = tarnwick::resize(*whole, size);
     if (fileSize(*small, options_.compression) > static_cast<std::size_t>(options_.chunk)) continue;
     send(small, bounds_, false, options_.compression);
+    --previews_;
     return;
   }
 }
@@ -83,6 +86,7 @@ void Sharer::sendPreview() {
 /// A screen that is shared as it is is grabbed where it is needed; one that is scaled as a whole,
 /// so that pieces join without seams.
 bool Sharer::grab(const PixelRect& area) {
+  scaledScreen_ = nullptr;
   if (bounds_ == screenBounds_) return screen_.grab(area);
   if (!screen_.grab(screenBounds_)) return false;
   scaledScreen_ = tarnwick::resize(*screen_.picture(screenBounds_), bounds_.asCGRect().size);
@@ -98,13 +102,14 @@ void Sharer::sendPieces(Clock::time_point end) {
   ++totals_.frames;
   for (const auto& piece : changes_->pieces(margin * static_cast<double>(options_.chunk))) {
     sendPiece(piece.area);
-    if (Clock::now() >= end) return;
+    if (Clock::now() >= end || program::isInterrupted()) return;
   }
 }
 
 /// A piece whose file is too large for a datagram goes in halves, and a single cell of noise at a
 /// lower quality.
 void Sharer::sendPiece(const PixelRect& area) {
+  if (program::isInterrupted()) return;
   const auto image = picture(area);
   float factor = options_.compression;
   std::size_t size = fileSize(*image, factor);

@@ -73,6 +73,7 @@ class Sharer {
   std::optional<ChangeMap> changes_;
   std::shared_ptr<tarnwick::NSImage> scaledScreen_;  // null when shared as it is
   Clock::time_point nextRefresh_;
+  int previews_ = 0;  // to be sent from now on
   std::weak_ptr<tarnwick::NSImage> lastSent_;
   Totals totals_;
 };

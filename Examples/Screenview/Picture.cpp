@@ -15,13 +15,12 @@ constexpr CGFloat longestSide = 16384, mostPixels = 1 << 26;  // of the picture
 constexpr CGFloat longestBounds = 1 << 20;                    // no screen has such a side
 constexpr std::size_t mostChanges = 64;                       // beyond, they are taken together
 
-/// Whether the image shows all of the peer's screen: it has no bounds, or it is a preview, which
-/// has fewer pixels than its bounds at the screen's top left say. A sharer sends one first, so that
-/// the viewer knows at once how large the screen is, and may have become smaller.
-bool isWholeScreen(const CGSize& pixels, const std::optional<CGRect>& bounds) {
-  if (!bounds) return true;
-  const bool isReduced = pixels.width < bounds->size.width || pixels.height < bounds->size.height;
-  return isReduced && bounds->origin == tarnwick::CGPoint{0, 0};
+/// Whether the image is a preview, which has fewer pixels than its bounds at the screen's top left
+/// say. A sharer sends one first, so that the viewer knows at once how large the screen is, and may
+/// have become smaller.
+bool isPreview(const CGSize& pixels, const std::optional<CGRect>& bounds) {
+  if (!bounds || bounds->origin != tarnwick::CGPoint{0, 0}) return false;
+  return pixels.width < bounds->size.width || pixels.height < bounds->size.height;
 }
 
 bool areSensible(const CGRect& bounds) {
@@ -83,7 +82,7 @@ void drawOver(NSImage& target, const NSImage& source, const CGRect& bounds) {
 
 void Picture::imageReceived(std::shared_ptr<NSImage> image,
                             std::optional<tarnwick::CGRect> bounds) try {
-  const bool isWhole = isWholeScreen(image->size(), bounds);
+  const bool isSmall = isPreview(image->size(), bounds), isWhole = isSmall || !bounds;
   CGRect place = bounds.value_or(CGRect{{0, 0}, image->size()});
   if (bounds && !areSensible(place)) return;
   const std::shared_ptr<NSImage> before = canvas();
@@ -91,6 +90,7 @@ void Picture::imageReceived(std::shared_ptr<NSImage> image,
   const CGSize size = isWhole ? limited(place.size) : grown(oldSize, place);
   const std::optional<Area> visible = visiblePart(place, size);
   if (!visible) return;
+  if (isSmall && before && before->size() == size) return;  // what is there is better
 
   // What takes long comes before the lock: scaling, and making another canvas.
   if (image->size() != place.size) {

@@ -32,7 +32,7 @@ class Picture final : public tarnwick::RxImageUDPDelegate {
 
   using Upload = std::function<void(const tarnwick::Bitmap&, const std::vector<Area>& changed)>;
 
-  /// Draws an image at its place, or replaces all by it; see isWholeScreen() in the source.
+  /// Draws an image at its place, or replaces all by it; see isPreview() in the source.
   void imageReceived(std::shared_ptr<tarnwick::NSImage> image,
                      std::optional<tarnwick::CGRect> bounds) override;
 
