@@ -207,10 +207,11 @@ std::shared_ptr<tarnwick::NSImage> Screen::picture(const PixelRect& part) const 
 
 void Screen::drawPointer(tarnwick::Bitmap& bitmap, const PixelRect& part) const {
   const PixelRect visible = pointer_.bounds.intersection(part);
+  const std::uint32_t* const pixels = pointer_.pixels.data();
   for (int y = visible.y; y < visible.y + visible.height; ++y) {
     for (int x = visible.x; x < visible.x + visible.width; ++x) {
       const int index = (y - pointer_.bounds.y) * pointer_.bounds.width + (x - pointer_.bounds.x);
-      const std::uint32_t source = pointer_.pixels.data()[index];
+      const std::uint32_t source = pixels[index];
       std::uint8_t* const target = bitmap.row(y - part.y) + (x - part.x) * bytesPerPixel;
       const int rest = 255 - channel(source, 3);
       for (int i = 0; i < 3; ++i) {
