@@ -19,17 +19,17 @@ std::optional<Data> encoded(const std::shared_ptr<NSImage>& image, float compres
   return image->jpegRepresentation(compression);
 }
 
-std::string coordinate(CGFloat value) { return "~" + std::to_string(truncated(value)); }
+std::string coordinate(CGFloat value) { return '~' + std::to_string(truncated(value)); }
 
-std::string header(const ImagePacket& packet, std::size_t size) {
+}  // namespace
+
+std::string TxStreamImageOperation::header(const ImagePacket& image, std::size_t size) {
   std::string announcement = "Size|" + std::to_string(size);
-  if (packet.fullScreen) return announcement;
-  const auto& [origin, extent] = packet.rect;
+  if (image.fullScreen) return announcement;
+  const auto& [origin, extent] = image.rect;
   return announcement + "|Rect|" + coordinate(origin.x) + coordinate(origin.y) +
          coordinate(extent.width) + coordinate(extent.height);
 }
-
-}  // namespace
 
 void TxStreamImageOperation::main() {
   if (isCancelled()) {

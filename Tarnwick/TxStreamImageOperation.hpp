@@ -1,6 +1,8 @@
 #pragma once
 
+#include <cstddef>
 #include <memory>
+#include <string>
 #include <utility>
 
 #include "Tarnwick/BaseStreamOperation.hpp"
@@ -19,6 +21,10 @@ class TxStreamImageOperation final : public BaseStreamOperation {
   TxStreamImageOperation(ImagePacket image, std::shared_ptr<UDPClient> endpoint, float factor)
       : packet(std::move(image)), client(std::move(endpoint)), compression(factor) {}
   TxStreamImageOperation() = delete;
+
+  /// The text that announces the image as a file of `size` bytes. A rectangle that does not fit
+  /// integers is a fatal error, unless the image is the full screen. Any thread may call it.
+  [[nodiscard]] static std::string header(const ImagePacket& image, std::size_t size);
 
   void main() override;
 

@@ -1,0 +1,53 @@
+// A script of datagrams, with an empty line between them, reaches each receiver: only what is
+// documented to stop it does, and its delegate gets what the stream amounts to, and nothing else.
+#include "Tests/Stream.hpp"
+
+using namespace tarnwick;
+using namespace tarnwick::test;
+
+namespace {
+
+template <typename Receiver>
+void hear(Receiver& receiver, Data datagram) {
+  const RxMessage message = Receiver::classify(datagram);
+  if (message.payload && *message.payload != datagram) std::abort();
+  const auto reply = receiver.handleMessage(message.payload, message.params, message.response);
+  const bool isStart = message.response == RxResponse::Start && isVideo<Receiver>;
+  const bool isStop = message.response == RxResponse::Stop && isVideo<Receiver>;
+  const bool isAnswered = isStart || isStop || message.response == RxResponse::Pin;
+  if (reply.has_value() != isAnswered) std::abort();
+}
+
+template <typename Receiver>
+void play(std::string_view script) {
+  static const auto arrivals = std::make_shared<Arrivals>();
+  static const auto receiver = Receiver::create("fuzzed", 0, 65500, arrivals);
+  Model<Receiver> model;
+  std::vector<Object> expected;
+  for (std::size_t end = 0; end != std::string_view::npos; script.remove_prefix(end + 2)) {
+    end = script.find("\n\n");
+    const Data datagram = bytes(script.substr(0, end));
+    if (stops<Receiver>(datagram)) break;
+    if (auto object = model.hear(datagram)) expected.push_back(std::move(*object));
+    hear(*receiver, datagram);
+    if (end == std::string_view::npos) break;
+  }
+  // One byte more than announced leaves no object in progress for the next script.
+  hear(*receiver, bytes(announcement<Receiver>(1, 0)));
+  hear(*receiver, {0xFF});
+  DispatchQueue::main().drain();
+  for (const Object& object : expected) {
+    if (arrivals->objects.await() != object) std::abort();
+  }
+  if (!arrivals->objects.isEmpty()) std::abort();
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* input, std::size_t size) {
+  const std::string_view script(reinterpret_cast<const char*>(input), size);
+  play<RxVideoUDP>(script);
+  play<RxImageUDP>(script);
+  play<RxAudioUDP>(script);
+  return 0;
+}

@@ -1,0 +1,76 @@
+// Any text is read as the C library reads it.
+#include <iconv.h>
+
+#include <algorithm>
+#include <bit>
+#include <cerrno>
+#include <cmath>
+#include <cstdlib>
+#include <regex>
+
+#include "Tarnwick/Platform/Text.hpp"
+
+using namespace tarnwick;
+
+namespace {
+
+void expect(bool holds) {
+  if (!holds) std::abort();
+}
+
+bool convertsFromUTF8(std::string text) {
+  static const iconv_t converter = iconv_open("UTF-32LE", "UTF-8");
+  std::string room(text.size() * 4, '\0');
+  iconv(converter, nullptr, nullptr, nullptr, nullptr);  // forget the text before
+  char *from = text.data(), *to = room.data();
+  std::size_t left = text.size(), space = room.size();
+  return iconv(converter, &from, &left, &to, &space) != static_cast<std::size_t>(-1);
+}
+
+std::optional<std::int64_t> integer(const std::string& text) {
+  static const std::regex form("[+-]?[0-9]+");
+  if (!std::regex_match(text, form)) return std::nullopt;
+  errno = 0;
+  const std::int64_t number = std::strtoll(text.c_str(), nullptr, 10);
+  return errno == ERANGE ? std::nullopt : std::optional(number);
+}
+
+std::optional<float> real(const std::string& text) {
+  static const std::regex form(
+      R"([+-]?(([0-9]+\.?[0-9]*|\.[0-9]+)(e[+-]?[0-9]+)?|inf(inity)?|nan))", std::regex::icase);
+  if (!std::regex_match(text, form)) return std::nullopt;
+  return std::strtof(text.c_str(), nullptr);
+}
+
+std::vector<std::string> fields(const std::string& text) {
+  std::vector<std::string> found{""};
+  for (const char c : text) {
+    if (c == '|' || c == '~') {
+      found.emplace_back();
+    } else {
+      found.back() += c;
+    }
+  }
+  std::erase(found, "");
+  return found;
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* input, std::size_t size) {
+  const std::string text(reinterpret_cast<const char*>(input), std::min<std::size_t>(size, 500));
+  const std::vector<std::string> parts = fields(text);
+  expect(isValidUTF8(text) == convertsFromUTF8(text));
+  expect(std::ranges::equal(split(text, "|~"), parts));
+  expect(firstField(text, "|~") == (parts.empty() ? "" : parts.front()));
+  expect(parseInteger(text) == integer(text));
+  const auto number = parseFloat(text), reference = real(text);
+  expect(number.has_value() == reference.has_value());
+  if (!number || std::isnan(*number)) return 0;
+  expect(std::bit_cast<std::uint32_t>(*number) == std::bit_cast<std::uint32_t>(*reference));
+  if (std::isinf(*number)) return 0;
+  const std::string decimal = shortestDecimal(*number);
+  expect(decimal.find('.') < decimal.size() - 1 && decimal.find('e') == std::string::npos);
+  expect(parseFloat(decimal) == number);
+  return 0;
+}

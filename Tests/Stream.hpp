@@ -1,0 +1,132 @@
+#pragma once
+
+#include <algorithm>
+#include <cmath>
+#include <compare>
+#include <concepts>
+#include <functional>
+#include <optional>
+#include <string>
+#include <utility>
+
+#include "Support.hpp"
+#include "Tarnwick/Platform/Text.hpp"
+#include "Tarnwick/Tarnwick.hpp"
+
+namespace tarnwick::test {
+
+/// What a delegate is given: a number or a rectangle, and a digest of its bytes or pixels.
+struct Object {
+  Object(std::string name, const Data& content)
+      : label(std::move(name)), digest(std::hash<std::string_view>()(characters(content))) {}
+
+  std::string label;
+  std::size_t digest;
+
+  auto operator<=>(const Object&) const = default;
+};
+
+inline std::string label(const std::optional<CGRect>& bounds) {
+  if (!bounds) return "screen";
+  const auto& [origin, size] = *bounds;
+  return shortestDecimal(origin.x) + " " + shortestDecimal(origin.y) + " " +
+         shortestDecimal(size.width) + " " + shortestDecimal(size.height);
+}
+
+/// The delegate of any receiver: keeps what it is given.
+class Arrivals final : public RxVideoUDPDelegate,
+                       public RxImageUDPDelegate,
+                       public RxAudioUDPDelegate {
+ public:
+  Mailbox<Object> objects;
+
+ private:
+  void videoStarted() override {}
+  void videoStopped() override {}
+  void videoFrameReceived(std::int64_t frameID, Data data) override {
+    objects.put({std::to_string(frameID), std::move(data)});
+  }
+  void imageReceived(std::shared_ptr<NSImage> image, std::optional<CGRect> bounds) override {
+    objects.put({label(bounds), image->bitmap()->pixels});
+  }
+  void audioReceived(std::int64_t recorded, Data data) override {
+    objects.put({std::to_string(recorded), std::move(data)});
+  }
+};
+
+template <typename Receiver>
+inline constexpr bool isVideo = std::same_as<Receiver, RxVideoUDP>;
+template <typename Receiver>
+inline constexpr bool isImage = std::same_as<Receiver, RxImageUDP>;
+
+/// The text that announces an object; an image's number becomes its rectangle's left side.
+template <typename Receiver>
+std::string announcement(std::int64_t number, std::size_t size) {
+  const std::string n = std::to_string(number), bytes = std::to_string(size);
+  if (isImage<Receiver>) return "Size|" + bytes + "|Rect|~" + n + "~0~1~1";
+  return (isVideo<Receiver> ? "videoframe|" : "recorded|") + n + "|size|" + bytes;
+}
+
+/// Whether a datagram stops a receiver by design: a text without a field, a number that is none, a
+/// coordinate that fits no integer.
+template <typename Receiver>
+bool stops(const Data& datagram) {
+  const std::string_view text = characters(datagram);
+  const bool isText = isValidUTF8(text) && !(isVideo<Receiver> && text.size() >= 200);
+  if (isText && text.find_first_not_of("|~") == std::string_view::npos) return true;
+  const auto params = Receiver::classify(datagram).params.value_or(std::vector<std::string>());
+  const auto isInteger = [](const std::string& param) { return parseInteger(param).has_value(); };
+  const auto isTooFar = [](const std::string& param) {
+    const float number = parseFloat(param).value_or(0);
+    return !(number >= -0x1p63F && number < 0x1p63F);  // not a number is, too
+  };
+  if (isImage<Receiver>) {
+    return params.size() == 5 && isInteger(params[0]) &&
+           std::any_of(params.begin() + 1, params.end(), isTooFar);
+  }
+  return params.size() == 2 && !std::all_of(params.begin(), params.end(), isInteger);
+}
+
+/// What a receiver makes of the datagrams that reach it, in the fewest words.
+template <typename Receiver>
+class Model {
+ public:
+  /// Takes a datagram that stops nothing; the object that it completes, if the delegate gets it.
+  std::optional<Object> hear(const Data& datagram) {
+    const auto [payload, params, response] = Receiver::classify(datagram);
+    const bool isStop = response == RxResponse::Stop;
+    if (response == RxResponse::Start || (isStop && isImage<Receiver>)) size_.reset();
+    if (params && response != RxResponse::Pin && response != RxResponse::Wave) announce(*params);
+    if (response != RxResponse::Default || !payload || !size_) return std::nullopt;
+    content_.insert(content_.end(), payload->begin(), payload->end());
+    if (std::ssize(content_) < *size_) return std::nullopt;
+    const bool isComplete = std::ssize(content_) == *std::exchange(size_, std::nullopt);
+    return isComplete ? delivered() : std::nullopt;
+  }
+
+ private:
+  void announce(const std::vector<std::string>& params) {
+    const auto size = parseInteger(isImage<Receiver> ? params[0] : params[1]);
+    if (!size) return;
+    const auto rect = makeCGRect(std::vector(params.begin() + 1, params.end()));
+    if (isImage<Receiver> && params.size() == 5 && !rect) return;
+    size_ = size;
+    label_ = isImage<Receiver> ? label(rect) : std::to_string(*parseInteger(params[0]));
+    content_.clear();
+  }
+
+  [[nodiscard]] std::optional<Object> delivered() const {
+    if (isImage<Receiver>) {
+      const auto image = NSImage::fromData(content_);
+      return image ? std::optional(Object{label_, image->bitmap()->pixels}) : std::nullopt;
+    }
+    const bool isDropped = std::same_as<Receiver, RxAudioUDP> && label_ == "0";
+    return isDropped ? std::nullopt : std::optional(Object{label_, content_});
+  }
+
+  std::string label_;
+  std::optional<std::int64_t> size_;
+  Data content_;
+};
+
+}  // namespace tarnwick::test
