@@ -1,4 +1,4 @@
-// Any text is read as the C library reads it.
+// Any text is read as the C library reads it; each line is one.
 #include <iconv.h>
 
 #include <algorithm>
@@ -7,6 +7,7 @@
 #include <cmath>
 #include <cstdlib>
 #include <regex>
+#include <sstream>
 
 #include "Tarnwick/Platform/Text.hpp"
 
@@ -55,22 +56,30 @@ std::vector<std::string> fields(const std::string& text) {
   return found;
 }
 
-}  // namespace
-
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* input, std::size_t size) {
-  const std::string text(reinterpret_cast<const char*>(input), std::min<std::size_t>(size, 500));
+void check(const std::string& text) {
+  for (std::size_t before = 0; before < 9; ++before) {
+    expect(isValidUTF8(std::string(before, 'a') + text) == convertsFromUTF8(text));
+  }
   const std::vector<std::string> parts = fields(text);
-  expect(isValidUTF8(text) == convertsFromUTF8(text));
   expect(std::ranges::equal(split(text, "|~"), parts));
   expect(firstField(text, "|~") == (parts.empty() ? "" : parts.front()));
   expect(parseInteger(text) == integer(text));
   const auto number = parseFloat(text), reference = real(text);
   expect(number.has_value() == reference.has_value());
-  if (!number || std::isnan(*number)) return 0;
+  if (!number || std::isnan(*number)) return;
   expect(std::bit_cast<std::uint32_t>(*number) == std::bit_cast<std::uint32_t>(*reference));
-  if (std::isinf(*number)) return 0;
+  if (std::isinf(*number)) return;
   const std::string decimal = shortestDecimal(*number);
   expect(decimal.find('.') < decimal.size() - 1 && decimal.find('e') == std::string::npos);
   expect(parseFloat(decimal) == number);
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* input, std::size_t size) {
+  // As many bytes as the regular expressions can be trusted with, which go as deep as the text.
+  const std::string text(reinterpret_cast<const char*>(input), std::min<std::size_t>(size, 2000));
+  std::istringstream lines(text);
+  for (std::string line; std::getline(lines, line);) check(line);
   return 0;
 }

@@ -1,37 +1,9 @@
 #include <gtest/gtest.h>
 
-#include <algorithm>
-
-#include "Tarnwick/Platform/Log.hpp"
-#include "Tarnwick/Tarnwick.hpp"
-#include "Tests/Support.hpp"
+#include "Tests/Stream.hpp"
 
 namespace tarnwick::test {
 namespace {
-
-/// What an application was told: the call, the number and the bytes or pixels, the bounds.
-struct Event {
-  std::string what;
-  std::int64_t number = 0;
-  Data data = {};
-  std::optional<CGRect> bounds = {};
-  bool operator==(const Event&) const = default;
-};
-
-struct Application : RxVideoUDPDelegate, RxImageUDPDelegate, RxAudioUDPDelegate {
-  Mailbox<Event> events;
-  void videoStarted() override { events.put({"started"}); }
-  void videoStopped() override { events.put({"stopped"}); }
-  void videoFrameReceived(std::int64_t frameID, Data data) override {
-    events.put({"frame", frameID, std::move(data)});
-  }
-  void imageReceived(std::shared_ptr<NSImage> image, std::optional<CGRect> bounds) override {
-    events.put({"image", image->bitmap()->width, image->bitmap()->pixels, bounds});
-  }
-  void audioReceived(std::int64_t recorded, Data data) override {
-    events.put({"recording", recorded, std::move(data)});
-  }
-};
 
 /// A receiver that runs, its application, and a peer that talks to it.
 template <typename Receiver>
@@ -39,7 +11,7 @@ struct Running {
   Running() { receiver->beginOperation(); }
   ~Running() { receiver->endOperation(); }
 
-  const std::shared_ptr<Application> application = std::make_shared<Application>();
+  const std::shared_ptr<Arrivals> application = std::make_shared<Arrivals>();
   const std::pair<std::shared_ptr<Receiver>, std::uint16_t> endpoint = onFreePort(
       [this](auto port) { return Receiver::create("receiver", port, 65500, application); });
   const std::shared_ptr<Receiver> receiver = endpoint.first;
@@ -53,7 +25,7 @@ const std::optional<Params> none;
 /// A small PNG file, the text that announces it, and what the application is told of it.
 const Data pictureFile = NSImage::create({3, 2})->pngRepresentation().value();
 const std::string pictureSize = std::to_string(pictureFile.size());
-Event pictureEvent(std::optional<CGRect> bounds) { return {"image", 3, Data(24), bounds}; }
+Object pictureIn(std::optional<CGRect> bounds) { return {label(bounds), Data(24)}; }
 
 // --- Classification ---
 
@@ -143,7 +115,7 @@ TEST(Protocol, StopsTheProcessAtATextWithoutFields) {
       {
         Running<RxImageUDP> image;
         image.peer.sendBytes({});
-        image.application->events.await();
+        image.application->objects.await();
       },
       text);
 }
@@ -178,48 +150,23 @@ TEST(Protocol, StopsTheProcessAtACoordinateThatDoesNotFit) {
 
 // --- The video receiver ---
 
+// What becomes of objects that are replaced, discarded or corrupt: see Fuzzing/FuzzReceivers.cpp.
+
 TEST(Video, StartsDeliversAndStops) {
   Running<RxVideoUDP> video;
   video.peer.sendBytes({1, 2, 3});  // announced by nobody
   video.peer.say("START");
   EXPECT_EQ(video.peer.hearText(), "video|started");
-  EXPECT_EQ(video.application->events.await(), (Event{"started"}));
+  EXPECT_EQ(video.application->objects.await(), (Object{"started", {}}));
   video.peer.say("videoframe|1|x|300");
   video.peer.sendBytes(Data(200, 9));
   video.peer.sendBytes(Data(100, 8));
   Data frame(200, 9);
   frame.resize(300, 8);
-  EXPECT_EQ(video.application->events.await(), (Event{"frame", 1, frame}));
+  EXPECT_EQ(video.application->objects.await(), (Object{"1", frame}));
   video.peer.say("stop");
   EXPECT_EQ(video.peer.hearText(), "video|stopped");
-  EXPECT_EQ(video.application->events.await(), (Event{"stopped"}));
-}
-
-TEST(Video, DropsWhatIsReplacedOrCorrupt) {
-  Running<RxVideoUDP> video;
-  for (const char* text : {"videoframe|1|x|3", "ab",   // replaced by the next announcement
-                           "videoframe|2|x|3", "ab",   // discarded by the start
-                           "start", "c",               //
-                           "videoframe|3|x|1", "ab",   // corrupt
-                           "c",                        //
-                           "videoframe|4|x|-1", "ab",  // corrupt at once
-                           "videoframe|5|x|3", "ab", "stop", "c"}) {  // survives the stop
-    video.peer.say(text);
-  }
-  EXPECT_EQ(video.application->events.await(), (Event{"started"}));
-  EXPECT_EQ(video.application->events.await(), (Event{"stopped"}));
-  EXPECT_EQ(video.application->events.await(), (Event{"frame", 5, bytes("abc")}));
-}
-
-TEST(Video, DeliversFramesInTheirOrder) {
-  Running<RxVideoUDP> video;
-  for (std::int64_t frame = -20; frame < 20; ++frame) {
-    video.peer.say("videoframe|" + std::to_string(frame) + "|x|1");
-    video.peer.say("a");
-  }
-  for (std::int64_t frame = -20; frame < 20; ++frame) {
-    EXPECT_EQ(video.application->events.await(), (Event{"frame", frame, bytes("a")}));
-  }
+  EXPECT_EQ(video.application->objects.await(), (Object{"stopped", {}}));
 }
 
 // --- The image receiver ---
@@ -248,49 +195,15 @@ TEST(Image, DeliversScreensAndRegions) {
   Running<RxImageUDP> image;
   image.peer.say("size|" + pictureSize);
   image.peer.sendBytes(pictureFile);
-  EXPECT_EQ(image.application->events.await(), pictureEvent(std::nullopt));
+  EXPECT_EQ(image.application->objects.await(), pictureIn(std::nullopt));
   image.peer.say("Size|" + pictureSize + "|Rect|~0~-1~1440.9~900");
   const auto half = pictureFile.begin() + 9;
   image.peer.sendBytes({pictureFile.begin(), half});
   image.peer.sendBytes({half, pictureFile.end()});
-  EXPECT_EQ(image.application->events.await(), pictureEvent(CGRect{{0, -1}, {1440, 900}}));
+  EXPECT_EQ(image.application->objects.await(), pictureIn(CGRect{{0, -1}, {1440, 900}}));
   EXPECT_TRUE(output.awaitLine("New full frame with size " + pictureSize));
   EXPECT_TRUE(output.awaitLine("New frame with size " + pictureSize +
                                " bounds (0.0, -1.0, 1440.0, 900.0)"));
-}
-
-TEST(Image, IgnoresAnnouncementsThatAreNone) {
-  Output output;
-  Running<RxImageUDP> image;
-  image.peer.say("size|" + pictureSize);
-  for (const char* text : {"Size|x|Rect|~0~0~10~10", "Size|100|Rect|~a~0~10~10", "size|1e3",
-                           "size|0x10|Rect|~0~0~10~10", "hello"}) {
-    image.peer.say(text);  // and the image in progress goes on
-  }
-  image.peer.sendBytes(pictureFile);
-  EXPECT_EQ(image.application->events.await(), pictureEvent(std::nullopt));
-  logLine("end");
-  EXPECT_TRUE(output.awaitLine("end"));
-  EXPECT_EQ(std::count_if(output.lines().begin(), output.lines().end(),
-                          [](const std::string& line) { return line.starts_with("New"); }),
-            1);
-}
-
-TEST(Image, DropsWhatIsDiscardedCorruptOrNoImage) {
-  Running<RxImageUDP> image;
-  const std::string announcement = "size|" + pictureSize + "|Rect|4|4|4|";
-  for (const char* discarding : {"starting", "End", "size|2"}) {
-    image.peer.say(announcement + "1");
-    image.peer.say(discarding);
-    image.peer.sendBytes(pictureFile);  // "size|2": corrupt
-  }
-  image.peer.say("size|3|Rect|2|2|2|2");
-  image.peer.sendBytes({0xFF, 0xD8, 0xFF});  // complete, but no image
-  image.peer.say("size|3|Rect|3|3|3|3");
-  image.peer.say("abc");  // text is no piece of an image
-  image.peer.say(announcement + "5");
-  image.peer.sendBytes(pictureFile);
-  EXPECT_EQ(image.application->events.await(), pictureEvent(CGRect{{4, 4}, {4, 5}}));
 }
 
 // --- The audio receiver ---
@@ -301,11 +214,11 @@ TEST(Audio, DeliversRecordingsAndNeverReplies) {
                            "recorded|4|x|13", "hello", "wave|1|a|2|b|3", "wave|1|2"}) {
     audio.peer.say(text);
   }
-  EXPECT_EQ(audio.application->events.await(), (Event{"recording", 4, bytes("hellowave|1|2")}));
+  EXPECT_EQ(audio.application->objects.await(), (Object{"4", bytes("hellowave|1|2")}));
   for (const char* text : {"recorded|5|x|1", "ab", "recorded|6|x|2", "a", "RECORDED|7|x|2", "cd"}) {
     audio.peer.say(text);
   }
-  EXPECT_EQ(audio.application->events.await(), (Event{"recording", 7, bytes("cd")}));
+  EXPECT_EQ(audio.application->objects.await(), (Object{"7", bytes("cd")}));
   EXPECT_TRUE(audio.peer.hearsNothing());
 }
 
@@ -334,7 +247,7 @@ TEST(Receivers, StopTheProcessAtAnAnnouncementThatIsNone) {
   };
   const auto hear = [](auto running, const char* announcement) {
     running->peer.say(announcement);
-    running->application->events.await();
+    running->application->objects.await();
   };
   const std::string noNumber =
       "Fatal error: Unexpectedly found nil while unwrapping an Optional value\n";
@@ -363,7 +276,7 @@ TEST(Receivers, DeliverWhatTheMainQueueHoldsAfterTheEnd) {
   EXPECT_TRUE(eventually([&] { return isPortFree(video.endpoint.second); }));
   video.receiver->handleMessage(std::nullopt, Params{"2", "1"}, RxResponse::VideoFrame);
   video.receiver->handleMessage(Data{7}, std::nullopt, RxResponse::Default);
-  EXPECT_EQ(video.application->events.await(), (Event{"frame", 2, {7}}));
+  EXPECT_EQ(video.application->objects.await(), (Object{"2", {7}}));
 }
 
 }  // namespace

@@ -173,41 +173,5 @@ TEST(SendOperation, MakesPiecesThatNoReceiverTakesForText) {
   }
 }
 
-// --- From one end to the other ---
-
-struct Screen : RxImageUDPDelegate {
-  Mailbox<std::pair<std::shared_ptr<NSImage>, std::optional<CGRect>>> images;
-  void imageReceived(std::shared_ptr<NSImage> received, std::optional<CGRect> bounds) override {
-    images.put({std::move(received), bounds});
-  }
-};
-
-/// A chunk of 1400 bytes: the kernel's buffer holds many, so that none is lost on a busy machine.
-TEST(EndToEnd, CarriesPicturesOfManyDatagrams) {
-  const MainThread mainThread;
-  const auto screen = std::make_shared<Screen>();
-  const auto [receiver, port] =
-      onFreePort([&](auto free) { return RxImageUDP::create("receiver", free, 65500, screen); });
-  receiver->beginOperation();
-  const auto sender = TxImageUDP::create("sender", "127.0.0.1", port, 1400);
-  sender->beginOperation();
-  std::uint64_t frame = 0;
-  for (const auto& [width, height] :
-       {std::pair<std::int64_t, std::int64_t>{641, 479}, {1, 1}, {33, 2}}) {
-    const auto sent = image(width, height);
-    const CGRect rect{{static_cast<CGFloat>(width), 20}, sent->size()};
-    sender->send(sent, rect, ++frame, false, 0.9F);
-    sender->send(crop(*sent, {{0, 0}, {1, 1}}), {}, ++frame, true, 0.9F);  // lets the rest leave
-    const auto large = screen->images.await(), small = screen->images.await();
-    ASSERT_TRUE(large && small);
-    EXPECT_EQ(large->second, rect);
-    EXPECT_EQ(large->first->size(), sent->size());
-    EXPECT_GT(psnr(*large->first->bitmap(), *sent->bitmap()), 28);
-    EXPECT_EQ(small->second, std::nullopt);
-  }
-  sender->endOperation();
-  receiver->endOperation();
-}
-
 }  // namespace
 }  // namespace tarnwick::test

@@ -15,7 +15,7 @@
 
 namespace tarnwick::test {
 
-/// What a delegate is given: a number or a rectangle, and a digest of its bytes or pixels.
+/// What a delegate is told: a number, a rectangle or a word, and a digest of the bytes or pixels.
 struct Object {
   Object(std::string name, const Data& content)
       : label(std::move(name)), digest(std::hash<std::string_view>()(characters(content))) {}
@@ -41,8 +41,8 @@ class Arrivals final : public RxVideoUDPDelegate,
   Mailbox<Object> objects;
 
  private:
-  void videoStarted() override {}
-  void videoStopped() override {}
+  void videoStarted() override { objects.put({"started", {}}); }
+  void videoStopped() override { objects.put({"stopped", {}}); }
   void videoFrameReceived(std::int64_t frameID, Data data) override {
     objects.put({std::to_string(frameID), std::move(data)});
   }
@@ -91,11 +91,13 @@ bool stops(const Data& datagram) {
 template <typename Receiver>
 class Model {
  public:
-  /// Takes a datagram that stops nothing; the object that it completes, if the delegate gets it.
+  /// Takes a datagram that stops nothing; what the delegate is told for it.
   std::optional<Object> hear(const Data& datagram) {
     const auto [payload, params, response] = Receiver::classify(datagram);
-    const bool isStop = response == RxResponse::Stop;
-    if (response == RxResponse::Start || (isStop && isImage<Receiver>)) size_.reset();
+    const bool isStart = response == RxResponse::Start, isStop = response == RxResponse::Stop;
+    if (isStart || (isStop && isImage<Receiver>)) size_.reset();
+    if (isVideo<Receiver> && isStart) return Object{"started", {}};
+    if (isVideo<Receiver> && isStop) return Object{"stopped", {}};
     if (params && response != RxResponse::Pin && response != RxResponse::Wave) announce(*params);
     if (response != RxResponse::Default || !payload || !size_) return std::nullopt;
     content_.insert(content_.end(), payload->begin(), payload->end());

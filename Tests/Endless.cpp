@@ -1,0 +1,39 @@
+// One end of a stream of images that does not end by itself: endless send|receive PORT. The
+// receiver says of each image whether it is one of those that are sent.
+#include <cstring>
+
+#include "Session.hpp"
+#include "Tarnwick/Platform/Log.hpp"
+
+using namespace tarnwick;
+using namespace tarnwick::test;
+
+namespace {
+
+void send(std::uint16_t port) {
+  Source<RxImageUDP> source(port, 1400);
+  for (std::int64_t number = 1;; ++number) {
+    source.send(number);
+    std::this_thread::sleep_for(std::chrono::milliseconds(source.milliseconds()));
+  }
+}
+
+void receive(std::uint16_t port) {
+  const auto arrivals = std::make_shared<Arrivals>();
+  const auto receiver = RxImageUDP::create("receiver", port, 65500, arrivals);
+  receiver->beginOperation();
+  MainThread mainThread;
+  for (;;) {
+    const Object arrived = arrivals->objects.await(std::chrono::hours(24)).value();
+    const Object sent = object<RxImageUDP>(std::atoll(arrived.label.c_str()));
+    logLine(arrived == sent ? "whole" : "altered");
+  }
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  if (argc != 3) return 2;
+  const auto port = static_cast<std::uint16_t>(std::atoi(argv[2]));
+  std::strcmp(argv[1], "send") == 0 ? send(port) : receive(port);
+}

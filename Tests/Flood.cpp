@@ -1,0 +1,100 @@
+// Floods each receiver with whatever a peer can say, as fast as it can: flood [SECONDS], a second a
+// receiver if not told otherwise. Fails when a receiver delivers nothing any more, keeps memory, or
+// does not end.
+#include "Session.hpp"
+
+using namespace tarnwick;
+using namespace tarnwick::test;
+
+namespace {
+
+/// Texts, noise and announcements without their objects or their ends, all of a size.
+template <typename Receiver>
+std::vector<Data> rubbish(std::size_t size) {
+  std::mt19937 random(static_cast<std::uint32_t>(size));
+  std::vector<Data> datagrams;
+  while (datagrams.size() < 64) {
+    Data text, noise, announced = bytes(announcement<Receiver>(1, 100'000));
+    while (text.size() < size) text.push_back(static_cast<std::uint8_t>(' ' + random() % 95));
+    while (noise.size() < size) noise.push_back(static_cast<std::uint8_t>(random()));
+    announced.resize(1 + random() % announced.size());
+    announced.resize(size, '|');
+    for (const Data& datagram : {text, noise, announced}) {
+      if (!stops<Receiver>(datagram)) datagrams.push_back(datagram);
+    }
+  }
+  return datagrams;
+}
+
+/// Says it for its lifetime.
+template <typename Receiver>
+class Flood {
+ public:
+  Flood(std::uint16_t port, std::size_t size) : thread_([this, port, size] { run(port, size); }) {}
+  ~Flood() { end(); }
+  Flood(const Flood&) = delete;
+  Flood& operator=(const Flood&) = delete;
+
+  /// How many datagrams it was.
+  std::int64_t end() {
+    isRunning_ = false;
+    if (thread_.joinable()) thread_.join();
+    return said_;
+  }
+
+ private:
+  void run(std::uint16_t port, std::size_t size) {
+    const std::vector<Data> datagrams = rubbish<Receiver>(size);
+    Peer peer(port);
+    while (isRunning_) peer.sendBytes(datagrams[static_cast<std::size_t>(said_++) % 64]);
+  }
+
+  std::atomic<bool> isRunning_ = true;
+  std::int64_t said_ = 0;
+  std::thread thread_;
+};
+
+template <typename Receiver>
+bool withstands(const char* kind, double seconds) {
+  constexpr std::size_t sizes[]{1, 64, 1400, 65500};
+  const auto arrivals = std::make_shared<Arrivals>();
+  const auto [receiver, port] = onFreePort(
+      [&](std::uint16_t free) { return Receiver::create("receiver", free, 65500, arrivals); });
+  receiver->beginOperation();
+  bool isRight = arrivesAfter<Receiver>(1, *arrivals, port).has_value();
+  const Holdings before = holdings();
+  for (const std::size_t size : sizes) {
+    Flood<Receiver> flood(port, size);
+    std::this_thread::sleep_for(std::chrono::duration<double>(seconds / std::size(sizes)));
+    const Holdings during = holdings();
+    const std::int64_t said = flood.end();
+    const bool isDelivered = arrivesAfter<Receiver>(2, *arrivals, port).has_value();
+    const bool isClean = eventually([&] { return !holdings().exceed(before); });
+    isRight = isRight && isDelivered && isClean;
+    std::fprintf(stderr, "%s, %zu bytes: %lld datagrams, %lld dropped; %lld, %lld, %lld MB%s%s\n",
+                 kind, size, static_cast<long long>(said), static_cast<long long>(droppedAt(port)),
+                 static_cast<long long>(before.megabytes), static_cast<long long>(during.megabytes),
+                 static_cast<long long>(holdings().megabytes),
+                 isDelivered ? "" : ", DELIVERS NOTHING", isClean ? "" : ", KEEPS MEMORY");
+  }
+  const Flood<Receiver> flood(port, 1400);
+  std::this_thread::sleep_for(std::chrono::milliseconds(50));
+  const auto start = std::chrono::steady_clock::now();
+  receiver->endOperation();
+  const bool isEnded = eventually([&, free = port] { return isPortFree(free); });
+  const std::chrono::duration<double, std::milli> time = std::chrono::steady_clock::now() - start;
+  std::fprintf(stderr, "%s: ended in %.1f ms\n", kind, time.count());
+  return isRight && isEnded;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  const double seconds = argc > 1 ? std::atof(argv[1]) : 1;
+  if (std::freopen("/dev/null", "w", stdout) == nullptr) return 2;  // the framework's log
+  MainThread mainThread;
+  const bool video = withstands<RxVideoUDP>("video", seconds);
+  const bool image = withstands<RxImageUDP>("image", seconds);
+  const bool audio = withstands<RxAudioUDP>("audio", seconds);
+  return video && image && audio ? 0 : 1;
+}

@@ -1,0 +1,55 @@
+#pragma once
+
+#include <cstdint>
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+#include <string>
+
+namespace tarnwick::test {
+
+/// What this process holds, as /proc tells it.
+struct Holdings {
+  std::int64_t descriptors = 0, threads = 0, megabytes = 0;
+
+  /// Whether it is more than before; memory only when it is plainly so.
+  [[nodiscard]] bool exceed(const Holdings& before) const {
+    constexpr std::int64_t allowance = 32;
+    return descriptors > before.descriptors || threads > before.threads ||
+           megabytes > before.megabytes + allowance;
+  }
+  [[nodiscard]] std::string text() const {
+    return std::to_string(descriptors) + " descriptors, " + std::to_string(threads) + " threads, " +
+           std::to_string(megabytes) + " MB";
+  }
+};
+
+inline Holdings holdings() {
+  const auto entries = [](const char* directory) {
+    const std::filesystem::directory_iterator first(directory), last;
+    return static_cast<std::int64_t>(std::distance(first, last));
+  };
+  std::int64_t pages = 0;
+  std::ifstream("/proc/self/statm") >> pages >> pages;
+  return {entries("/proc/self/fd") - 1, entries("/proc/self/task"), pages * 4096 / 1'000'000};
+}
+
+/// How many datagrams the system has dropped at a port for want of room.
+inline std::int64_t droppedAt(std::uint16_t port) {
+  std::ifstream table("/proc/net/udp");
+  std::int64_t dropped = 0;
+  for (std::string line; std::getline(table, line);) {
+    std::istringstream row(line);
+    std::string field, address;
+    row >> field >> address;
+    while (row >> field) continue;  // the last one counts them
+    const std::size_t colon = address.find(':');
+    if (colon == std::string::npos || std::stoi(address.substr(colon + 1), nullptr, 16) != port) {
+      continue;
+    }
+    dropped += std::stoll(field);
+  }
+  return dropped;
+}
+
+}  // namespace tarnwick::test

@@ -1,0 +1,165 @@
+#pragma once
+
+#include <map>
+
+#include "FaultyWire.hpp"
+#include "Pictures.hpp"
+#include "Process.hpp"
+
+namespace tarnwick::test {
+
+/// A picture of a desktop's region, and the file that the sender makes of it.
+struct Sample {
+  std::shared_ptr<NSImage> image;
+  Data file, pixels;
+};
+
+inline constexpr float compression = 0.5F;
+
+inline const Sample& sample(std::size_t index) {
+  static const std::vector<Sample> samples = [] {
+    constexpr std::int64_t sides[][2]{{48, 48},   {96, 72},   {160, 120}, {240, 160},
+                                      {320, 240}, {400, 300}, {800, 500}};
+    std::vector<Sample> made;
+    for (const auto& [width, height] : sides) {
+      const auto image = NSImage::fromBitmap(picture(width, height));
+      const Data file = image->jpegRepresentation(compression).value();
+      made.push_back({image, file, NSImage::fromData(file)->bitmap()->pixels});
+    }
+    return made;
+  }();
+  return samples[index % samples.size()];
+}
+
+/// What is sent as object `number`, and what the delegate is to be given when all of it arrives.
+template <typename Receiver>
+Object object(std::int64_t number) {
+  const Sample& content = sample(static_cast<std::size_t>(number));
+  const CGFloat left = static_cast<CGFloat>(number);
+  if (!isImage<Receiver>) return {std::to_string(number), content.file};
+  return {label(CGRect{{left, 0}, {1, 1}}), content.pixels};
+}
+
+/// Says an object as a peer of one's own would, no faster than a receiver reads.
+template <typename Receiver>
+void say(Peer& peer, std::int64_t number, std::size_t chunk) {
+  const Data& file = sample(static_cast<std::size_t>(number)).file;
+  peer.say(announcement<Receiver>(number, file.size()));
+  for (std::size_t start = 0; start < file.size(); start += chunk) {
+    const std::size_t end = std::min(file.size(), start + chunk);
+    peer.sendBytes({file.data() + start, file.data() + end});
+    std::this_thread::sleep_for(std::chrono::microseconds(200));
+  }
+}
+
+/// Who sends objects: a sender for images, and a peer for video and audio.
+template <typename Receiver>
+class Source {
+ public:
+  Source(std::uint16_t port, std::size_t chunk) : peer_(port), chunk_(chunk) {
+    if (!isImage<Receiver>) return;
+    sender_ = TxImageUDP::create("sender", "127.0.0.1", port, static_cast<std::int64_t>(chunk));
+    sender_->beginOperation();
+    ++datagrams_;
+  }
+  ~Source() {
+    if (sender_) sender_->endOperation();
+  }
+  Source(const Source&) = delete;
+  Source& operator=(const Source&) = delete;
+
+  void send(std::int64_t number) {
+    const Sample& content = sample(static_cast<std::size_t>(number));
+    const std::size_t pieces = (content.file.size() + chunk_ - 1) / chunk_;
+    datagrams_ += static_cast<std::int64_t>(1 + pieces);
+    if (!sender_) {
+      say<Receiver>(peer_, number, chunk_);
+      return;
+    }
+    heldBack_ = static_cast<std::int64_t>(pieces - 1);
+    const CGRect rect{{static_cast<CGFloat>(number), 0}, {1, 1}};
+    sender_->send(content.image, rect, static_cast<std::uint64_t>(number), false, compression);
+  }
+
+  /// How long the last one takes to leave, with a margin.
+  [[nodiscard]] std::int64_t milliseconds() const { return sender_ ? 3 + 2 * heldBack_ : 1; }
+
+  /// How many datagrams all of it takes, and how many of them wait for what is sent next.
+  [[nodiscard]] std::int64_t datagrams() const { return datagrams_; }
+  [[nodiscard]] std::int64_t heldBack() const { return heldBack_; }
+
+ private:
+  std::shared_ptr<TxImageUDP> sender_;
+  Peer peer_;
+  const std::size_t chunk_;
+  std::int64_t datagrams_ = 0, heldBack_ = 0;
+};
+
+/// How it went for the objects of a session.
+struct Counts {
+  std::int64_t sent = 0, whole = 0, altered = 0;
+  std::int64_t dropped = 0;  // datagrams, by the system for want of room
+  bool isRight = true;       // what the wire let through arrived, and the state it left is clean
+
+  Counts& operator+=(const Counts& other) {
+    sent += other.sent, whole += other.whole, altered += other.altered, dropped += other.dropped;
+    isRight = isRight && other.isRight;
+    return *this;
+  }
+};
+
+/// Says a last object until it arrives: what arrived before it, or nothing when it never does.
+template <typename Receiver>
+std::optional<std::vector<Object>> arrivesAfter(std::int64_t last, Arrivals& arrivals,
+                                                std::uint16_t port) {
+  constexpr int attempts = 20;
+  std::vector<Object> before;
+  Peer peer(port);
+  for (int attempt = 0; attempt < attempts; ++attempt) {
+    say<Receiver>(peer, last, 65500);
+    while (auto next = arrivals.objects.await(std::chrono::seconds(1))) {
+      if (*next == object<Receiver>(last)) return before;
+      before.push_back(std::move(*next));
+    }
+  }
+  return std::nullopt;
+}
+
+/// Sends objects of all sizes over a faulty wire from their source to a receiver, all made for the
+/// session; the last ten once the wire is healed.
+template <typename Receiver>
+Counts session(std::int64_t count, std::size_t chunk, Faults faults, std::uint32_t seed) {
+  constexpr std::int64_t mostOnTheWay = 40, healedCount = 10, surelyWhole = 5;
+  const auto arrivals = std::make_shared<Arrivals>();
+  const auto [receiver, port] = onFreePort(
+      [&](std::uint16_t free) { return Receiver::create("receiver", free, 65500, arrivals); });
+  receiver->beginOperation();
+  FaultyWire<Receiver> wire(port, faults, seed);
+  std::vector<Object> sent;
+  {  // its end says the rest
+    Source<Receiver> source(wire.port(), chunk);
+    const auto waiting = [&] { return source.datagrams() - source.heldBack() - wire.heard(); };
+    for (std::int64_t number = 1; number <= count + healedCount; ++number) {
+      if (number == count + 1) wire.heal();
+      eventually([&] { return waiting() < mostOnTheWay; });
+      source.send(number);
+      sent.push_back(object<Receiver>(number));
+    }
+    eventually([&] { return waiting() == 0; });
+  }
+  const std::vector<Object> passed = wire.finish();
+  const auto before = arrivesAfter<Receiver>(count + healedCount + 1, *arrivals, port);
+  std::vector<Object> arrived = before.value_or(std::vector<Object>());
+
+  Counts counts{count + healedCount, 0, 0, droppedAt(port) + droppedAt(wire.port())};
+  receiver->endOperation();
+  const bool isHealed =
+      arrived.size() >= surelyWhole &&
+      std::equal(sent.end() - surelyWhole, sent.end(), arrived.end() - surelyWhole);
+  counts.isRight = counts.dropped > 0 || (arrived == passed && isHealed);
+  for (const Object& object : sent) counts.whole += std::erase(arrived, object) > 0 ? 1 : 0;
+  counts.altered = std::ssize(arrived);
+  return counts;
+}
+
+}  // namespace tarnwick::test
