@@ -20,7 +20,7 @@ void expect(bool holds) {
 }
 
 bool convertsFromUTF8(std::string text) {
-  static const iconv_t converter = iconv_open("UTF-32LE", "UTF-8");
+  static iconv_t converter = iconv_open("UTF-32LE", "UTF-8");
   std::string room(text.size() * 4, '\0');
   iconv(converter, nullptr, nullptr, nullptr, nullptr);  // forget the text before
   char *from = text.data(), *to = room.data();

@@ -13,6 +13,8 @@ namespace tarnwick::test {
 /// How often each fault befalls a datagram, from 0 to 1.
 struct Faults {
   double lost = 0, repeated = 0, swapped = 0, delayed = 0, cut = 0, corrupted = 0;
+
+  bool operator==(const Faults&) const = default;
 };
 
 /// A wire on which datagrams go wrong, the same ones for the same seed: what is said to port()

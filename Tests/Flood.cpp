@@ -1,6 +1,8 @@
 // Floods each receiver with whatever a peer can say, as fast as it can: flood [SECONDS], a second a
 // receiver if not told otherwise. Fails when a receiver delivers nothing any more, keeps memory, or
 // does not end.
+#include <iostream>
+
 #include "Session.hpp"
 
 using namespace tarnwick;
@@ -71,11 +73,10 @@ bool withstands(const char* kind, double seconds) {
     const bool isDelivered = arrivesAfter<Receiver>(2, *arrivals, port).has_value();
     const bool isClean = eventually([&] { return !holdings().exceed(before); });
     isRight = isRight && isDelivered && isClean;
-    std::fprintf(stderr, "%s, %zu bytes: %lld datagrams, %lld dropped; %lld, %lld, %lld MB%s%s\n",
-                 kind, size, static_cast<long long>(said), static_cast<long long>(droppedAt(port)),
-                 static_cast<long long>(before.megabytes), static_cast<long long>(during.megabytes),
-                 static_cast<long long>(holdings().megabytes),
-                 isDelivered ? "" : ", DELIVERS NOTHING", isClean ? "" : ", KEEPS MEMORY");
+    std::cerr << kind << ", " << size << " bytes: " << said << " datagrams; " << before.megabytes
+              << " MB before, " << during.megabytes << " MB during, " << holdings().megabytes
+              << " MB after" << (isDelivered ? "" : "; DELIVERS NOTHING")
+              << (isClean ? "\n" : "; KEEPS MORE\n");
   }
   const Flood<Receiver> flood(port, 1400);
   std::this_thread::sleep_for(std::chrono::milliseconds(50));
@@ -83,7 +84,7 @@ bool withstands(const char* kind, double seconds) {
   receiver->endOperation();
   const bool isEnded = eventually([&, free = port] { return isPortFree(free); });
   const std::chrono::duration<double, std::milli> time = std::chrono::steady_clock::now() - start;
-  std::fprintf(stderr, "%s: ended in %.1f ms\n", kind, time.count());
+  std::cerr << kind << ": ended in " << time.count() << " ms\n";
   return isRight && isEnded;
 }
 

@@ -35,7 +35,7 @@ inline const Sample& sample(std::size_t index) {
 template <typename Receiver>
 Object object(std::int64_t number) {
   const Sample& content = sample(static_cast<std::size_t>(number));
-  const CGFloat left = static_cast<CGFloat>(number);
+  const auto left = static_cast<CGFloat>(number);
   if (!isImage<Receiver>) return {std::to_string(number), content.file};
   return {label(CGRect{{left, 0}, {1, 1}}), content.pixels};
 }

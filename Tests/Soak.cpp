@@ -1,6 +1,9 @@
 // Streams of every kind, ended and begun again at random on both sides and over wires with faults:
 // soak [MINUTES], one if not told otherwise. Says every minute how it went, and fails when the
 // process holds more than after the first tenth, or when a stream does not come back.
+#include <iomanip>
+#include <iostream>
+
 #include "Session.hpp"
 
 using namespace tarnwick;
@@ -59,6 +62,7 @@ int main(int argc, char** argv) {
   const double minutes = argc > 1 ? std::atof(argv[1]) : 1;
   if (std::freopen("/dev/null", "w", stdout) == nullptr) return 2;  // the framework's log
   MainThread mainThread;
+  std::cerr << std::fixed << std::setprecision(1);
   std::optional<Holdings> before;
   const Clock::time_point start = Clock::now();
   const auto passed = [&] {
@@ -66,17 +70,16 @@ int main(int argc, char** argv) {
   };
   for (double said = 0; passed() < minutes;) {
     if (!stream<RxImageUDP>() || !stream<RxVideoUDP>() || !stream<RxAudioUDP>()) {
-      std::fprintf(stderr, "A stream does not come back.\n");
+      std::cerr << "A stream does not come back.\n";
       return 1;
     }
     if (!before && passed() > minutes / 10) before = holdings();
     if (passed() < said + 1 && passed() < minutes) continue;
     said = passed();
-    std::fprintf(stderr, "%5.1f minutes: %lld sent, %lld arrived, %lld restarts; %s\n", said,
-                 static_cast<long long>(sent), static_cast<long long>(arrived),
-                 static_cast<long long>(restarts), holdings().text().c_str());
+    std::cerr << said << " minutes: " << sent << " sent, " << arrived << " arrived, " << restarts
+              << " restarts; " << holdings().text() << "\n";
   }
   if (eventually([&] { return before && !holdings().exceed(*before); })) return 0;
-  std::fprintf(stderr, "It grew from %s\n", before ? before->text().c_str() : "nothing");
+  std::cerr << "It grew from " << (before ? before->text() : "nothing") << "\n";
   return 1;
 }

@@ -44,13 +44,13 @@ class Arrivals final : public RxVideoUDPDelegate,
   void videoStarted() override { objects.put({"started", {}}); }
   void videoStopped() override { objects.put({"stopped", {}}); }
   void videoFrameReceived(std::int64_t frameID, Data data) override {
-    objects.put({std::to_string(frameID), std::move(data)});
+    objects.put({std::to_string(frameID), data});
   }
   void imageReceived(std::shared_ptr<NSImage> image, std::optional<CGRect> bounds) override {
     objects.put({label(bounds), image->bitmap()->pixels});
   }
   void audioReceived(std::int64_t recorded, Data data) override {
-    objects.put({std::to_string(recorded), std::move(data)});
+    objects.put({std::to_string(recorded), data});
   }
 };
 

@@ -1,5 +1,8 @@
 // What faults of the network do to objects of each kind: wire [OBJECTS], a hundred a row if not
 // told otherwise. Fails when anything arrives but what the datagrams that came through amount to.
+#include <iomanip>
+#include <iostream>
+
 #include "Session.hpp"
 
 using namespace tarnwick::test;
@@ -17,16 +20,16 @@ int main(int argc, char** argv) {
   if (std::freopen("/dev/null", "w", stdout) == nullptr) return 2;  // the framework's log
   MainThread mainThread;
   bool isRight = true;
+  std::cerr << std::fixed << std::setprecision(1);
   const auto show = [&](const char* kind, const char* name, const Faults& faults, Counts counts) {
     const auto percent = [&](std::int64_t number) {
       return 100 * static_cast<double>(number) / static_cast<double>(counts.sent);
     };
-    const bool isUnharmed = faults.lost + faults.repeated + faults.swapped + faults.cut == 0;
+    const bool isUnharmed = faults == Faults();
     isRight = isRight && counts.isRight && (!isUnharmed || counts.altered == 0);
-    std::fprintf(
-        stderr, "%-5s %-12s %6lld sent: %5.1f %% whole, %4.1f %% altered, %lld dropped%s\n", kind,
-        name, static_cast<long long>(counts.sent), percent(counts.whole), percent(counts.altered),
-        static_cast<long long>(counts.dropped), counts.isRight ? "" : ", WRONG");
+    std::cerr << kind << ", " << name << ": " << counts.sent << " sent, " << percent(counts.whole)
+              << " % whole, " << percent(counts.altered) << " % altered, " << counts.dropped
+              << " datagrams dropped by the system" << (counts.isRight ? "\n" : ", WRONG\n");
   };
   const std::int64_t before = holdings().megabytes;
   for (const auto& [name, faults] : rows) {
@@ -34,7 +37,6 @@ int main(int argc, char** argv) {
     show("video", name, faults, session<tarnwick::RxVideoUDP>(count, 1400, faults, 2));
     show("audio", name, faults, session<tarnwick::RxAudioUDP>(count, 1400, faults, 3));
   }
-  std::fprintf(stderr, "memory: %lld MB before, %lld MB after\n", static_cast<long long>(before),
-               static_cast<long long>(holdings().megabytes));
+  std::cerr << before << " MB before, " << holdings().megabytes << " MB after\n";
   return isRight ? 0 : 1;
 }
