@@ -1,5 +1,6 @@
 // A script of datagrams, with an empty line between them, reaches each receiver: only what is
 // documented to stop it does, and its delegate gets what the stream amounts to, and nothing else.
+// No seed may end in a newline that an editor adds: it would be part of the last datagram.
 #include "Tests/Stream.hpp"
 
 using namespace tarnwick;
@@ -32,15 +33,20 @@ void play(std::string_view script) {
     hear(*receiver, datagram);
     if (end == std::string_view::npos) break;
   }
-  // One byte more than announced leaves no object in progress for the next script.
-  hear(*receiver, bytes(announcement<Receiver>(1, 0)));
-  hear(*receiver, {0xFF});
+  // An object of ours comes last, and leaves none in progress for the next script.
+  static const Data picture = NSImage::create({1, 1})->pngRepresentation().value();
+  for (const Data& datagram : {bytes(announcement<Receiver>(-7, picture.size())), picture}) {
+    if (auto object = model.hear(datagram)) expected.push_back(std::move(*object));
+    hear(*receiver, datagram);
+  }
   DispatchQueue::main().drain();
-  std::vector<Object> told;
-  while (told.size() < expected.size()) told.push_back(arrivals->objects.await().value());
-  std::ranges::sort(told);  // as a start and a stop overtake the objects
-  std::ranges::sort(expected);
-  if (told != expected || !arrivals->objects.isEmpty()) std::abort();
+  // The starts and stops of a video come at once.
+  std::ranges::stable_partition(expected, [](const Object& object) {
+    return object.label == "started" || object.label == "stopped";
+  });
+  for (const Object& object : expected) {
+    if (arrivals->objects.await() != object) std::abort();
+  }
 }
 
 }  // namespace

@@ -2,6 +2,7 @@
 // receiver if not told otherwise. Fails when a receiver delivers nothing any more, keeps memory, or
 // does not end.
 #include <iostream>
+#include <stop_token>
 
 #include "Session.hpp"
 
@@ -28,33 +29,14 @@ std::vector<Data> rubbish(std::size_t size) {
   return datagrams;
 }
 
-/// Says it for its lifetime.
-template <typename Receiver>
-class Flood {
- public:
-  Flood(std::uint16_t port, std::size_t size) : thread_([this, port, size] { run(port, size); }) {}
-  ~Flood() { end(); }
-  Flood(const Flood&) = delete;
-  Flood& operator=(const Flood&) = delete;
-
-  /// How many datagrams it was.
-  std::int64_t end() {
-    isRunning_ = false;
-    if (thread_.joinable()) thread_.join();
-    return said_;
-  }
-
- private:
-  void run(std::uint16_t port, std::size_t size) {
-    const std::vector<Data> datagrams = rubbish<Receiver>(size);
-    Peer peer(port);
-    while (isRunning_) peer.sendBytes(datagrams[static_cast<std::size_t>(said_++) % 64]);
-  }
-
-  std::atomic<bool> isRunning_ = true;
-  std::int64_t said_ = 0;
-  std::thread thread_;
-};
+/// Says it over and over; how often it said one of it.
+std::int64_t say(const std::vector<Data>& datagrams, std::uint16_t port,
+                 const std::stop_token& end) {
+  Peer peer(port);
+  std::size_t said = 0;
+  while (!end.stop_requested()) peer.sendBytes(datagrams[said++ % datagrams.size()]);
+  return static_cast<std::int64_t>(said);
+}
 
 template <typename Receiver>
 bool withstands(const char* kind, double seconds) {
@@ -63,22 +45,32 @@ bool withstands(const char* kind, double seconds) {
   const auto [receiver, port] = onFreePort(
       [&](std::uint16_t free) { return Receiver::create("receiver", free, 65500, arrivals); });
   receiver->beginOperation();
-  bool isRight = arrivesAfter<Receiver>(1, *arrivals, port).has_value();
+  std::int64_t number = 1;
+  const auto delivers = [&, free = port] {
+    return arrivesAfter<Receiver>(number++, *arrivals, free).has_value();
+  };
+  bool isRight = delivers();
   const Holdings before = holdings();
   for (const std::size_t size : sizes) {
-    Flood<Receiver> flood(port, size);
+    const std::vector<Data> datagrams = rubbish<Receiver>(size);
+    std::int64_t said = 0;
+    std::jthread flood(
+        [&, free = port](const std::stop_token& end) { said = say(datagrams, free, end); });
     std::this_thread::sleep_for(std::chrono::duration<double>(seconds / std::size(sizes)));
     const Holdings during = holdings();
-    const std::int64_t said = flood.end();
-    const bool isDelivered = arrivesAfter<Receiver>(2, *arrivals, port).has_value();
+    flood.request_stop();
+    flood.join();
+    const bool isDelivered = delivers();
     const bool isClean = eventually([&] { return !holdings().exceed(before); });
-    isRight = isRight && isDelivered && isClean;
+    isRight = isRight && said > 0 && isDelivered && isClean;
     std::cerr << kind << ", " << size << " bytes: " << said << " datagrams; " << before.megabytes
               << " MB before, " << during.megabytes << " MB during, " << holdings().megabytes
               << " MB after" << (isDelivered ? "" : "; DELIVERS NOTHING")
               << (isClean ? "\n" : "; KEEPS MORE\n");
   }
-  const Flood<Receiver> flood(port, 1400);
+  const std::vector<Data> datagrams = rubbish<Receiver>(1400);
+  const std::jthread flood(
+      [&, free = port](const std::stop_token& end) { say(datagrams, free, end); });
   std::this_thread::sleep_for(std::chrono::milliseconds(50));
   const auto start = std::chrono::steady_clock::now();
   receiver->endOperation();

@@ -35,7 +35,8 @@ void runAtOnce(const std::vector<std::function<void()>>& bodies) {
 
 // --- Text ---
 
-// What is read as text and as numbers, and what is not: see Fuzzing/FuzzText.cpp and its seeds.
+// What is read as text and as numbers, and what is not: see Fuzzing/FuzzText.cpp and its seeds,
+// whose texts are lines.
 
 struct Comma : std::numpunct<char> {
   [[nodiscard]] char do_decimal_point() const override { return ','; }
@@ -45,6 +46,7 @@ TEST(Text, ReadsAndWritesNumbersAlikeInEveryLocale) {
   const auto expectNumbers = [] {
     EXPECT_EQ(parseFloat("-1.5e3"), -1500.0F);
     EXPECT_EQ(parseFloat("1,5"), std::nullopt);
+    EXPECT_TRUE(!parseInteger("5\n") && !parseFloat("5\n"));
     EXPECT_EQ(shortestDecimal(1440.0) + " " + shortestDecimal(-0.1F), "1440.0 -0.1");
     EXPECT_EQ(shortestDecimal(1e20), "100000000000000000000.0");
   };

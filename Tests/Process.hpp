@@ -1,5 +1,7 @@
 #pragma once
 
+#include <unistd.h>
+
 #include <cstdint>
 #include <filesystem>
 #include <fstream>
@@ -12,9 +14,8 @@ namespace tarnwick::test {
 struct Holdings {
   std::int64_t descriptors = 0, threads = 0, megabytes = 0;
 
-  /// Whether it is more than before; memory only when it is plainly so.
-  [[nodiscard]] bool exceed(const Holdings& before) const {
-    constexpr std::int64_t allowance = 32;
+  /// Whether it is more than before; memory, in megabytes, only when it is plainly so.
+  [[nodiscard]] bool exceed(const Holdings& before, std::int64_t allowance = 32) const {
     return descriptors > before.descriptors || threads > before.threads ||
            megabytes > before.megabytes + allowance;
   }
@@ -31,7 +32,8 @@ inline Holdings holdings() {
   };
   std::int64_t pages = 0;
   std::ifstream("/proc/self/statm") >> pages >> pages;
-  return {entries("/proc/self/fd") - 1, entries("/proc/self/task"), pages * 4096 / 1'000'000};
+  return {entries("/proc/self/fd") - 1, entries("/proc/self/task"),
+          pages * sysconf(_SC_PAGESIZE) / 1'000'000};
 }
 
 /// How many datagrams the system has dropped at a port for want of room.

@@ -1,7 +1,6 @@
 #include <gtest/gtest.h>
 
-#include <limits>
-
+#include "Tarnwick/Platform/Log.hpp"
 #include "Tarnwick/Tarnwick.hpp"
 #include "Tests/Support.hpp"
 
@@ -19,15 +18,12 @@ TEST(Buffers, LogAnOverflowOnce) {
   overflow(RxVideoFrame(7, 1));
   overflow(RxImageFrame(1));
   overflow(RxAudioFrame(7, 1));
-  EXPECT_TRUE(output.awaitLine("Append chunk overflow - (RxAudioFrame)"));
-  EXPECT_EQ(output.lines()[0], "Append chunk overflow - (RxVideoFrame)");
-  EXPECT_EQ(output.lines()[1], "Append chunk overflow - (RxImageFrame)");
-}
-
-TEST(Buffers, TakeNoMemoryBeforeBytesArrive) {
-  RxVideoFrame frame(7, std::numeric_limits<std::int64_t>::max());
-  frame.appendChunk({1});
-  EXPECT_FALSE(frame.isFull || frame.isCorrupt || frame.getData());
+  logLine("end");
+  EXPECT_TRUE(output.awaitLine("end"));
+  EXPECT_EQ(output.lines(),
+            (std::vector<std::string>{"Append chunk overflow - (RxVideoFrame)",
+                                      "Append chunk overflow - (RxImageFrame)",
+                                      "Append chunk overflow - (RxAudioFrame)", "end"}));
 }
 
 TEST(Buffers, StopTheProcessWhenASizeCannotBe) {

@@ -11,8 +11,8 @@ findPort
 
 start() { # send|receive
   "$endless" "$1" "$port" >>"$([[ $1 == receive ]] && echo arrived.log || echo /dev/null)" &
-  processes+=($!)
   pids[$1]=$!
+  processes=("${pids[@]}") # and no more: the numbers of those that are gone may be somebody else's
 }
 killed() { # send|receive
   kill -KILL "${pids[$1]}"
@@ -32,39 +32,27 @@ holdsNoMore() { # PID, and what holdings said before
   echo "process $1 held $2 $3 $4, holds ${now[*]}"
   ((now[0] <= $2 && now[1] <= $3 && now[2] <= $4 + 16000))
 }
-moment() { sleep "0.$(printf %03d $((RANDOM % 100)))"; }
+# Kills some and starts them again, many times; the one that is named first, if any, stays.
+rounds() { # STAYS|'' KILLED...
+  local stays=$1 round before
+  shift
+  [[ -z $stays ]] || mapfile -t before < <(holdings "${pids[$stays]}")
+  for ((round = 1; round <= rounds; ++round)); do
+    sleep "0.$(printf %03d $((RANDOM % 100)))"
+    for end in "$@"; do killed "$end"; done
+    for end in "$@"; do start "$end"; done
+    resumes || fail "round $round: nothing arrives after a restart of: $*"
+  done
+  [[ -z $stays ]] || check waitFor holdsNoMore "${pids[$stays]}" "${before[@]}"
+}
 
 declare -A pids
 start receive
 start send
 resumes || fail 'Nothing arrives.'
-
-mapfile -t before < <(holdings "${pids[receive]}")
-for ((round = 1; round <= rounds; ++round)); do
-  moment
-  killed send
-  start send
-  resumes || fail "round $round: nothing arrives from a new sender"
-done
-check waitFor holdsNoMore "${pids[receive]}" "${before[@]}"
-
-mapfile -t before < <(holdings "${pids[send]}")
-for ((round = 1; round <= rounds; ++round)); do
-  moment
-  killed receive
-  start receive
-  resumes || fail "round $round: nothing arrives at a new receiver"
-done
-check waitFor holdsNoMore "${pids[send]}" "${before[@]}"
-
-for ((round = 1; round <= rounds; ++round)); do
-  moment
-  killed send
-  killed receive
-  start receive
-  start send
-  resumes || fail "round $round: nothing arrives when both are new"
-done
+rounds receive send
+rounds send receive
+rounds '' receive send
 echo "$(arrivals) images arrived whole, $(grep -c altered arrived.log) altered"
 check eval '! grep -q altered arrived.log'
 finish

@@ -16,27 +16,33 @@ int main(int argc, char** argv) {
       {"5 % repeated", {.repeated = 0.05}},
       {"5 % swapped", {.swapped = 0.05}},
       {"1 % of each", {.01, .01, .01, .01, .01, .01}},
+      {"all of it", {.1, .05, .05, .05, .05, .05}},
   };
   if (std::freopen("/dev/null", "w", stdout) == nullptr) return 2;  // the framework's log
   MainThread mainThread;
-  bool isRight = true;
   std::cerr << std::fixed << std::setprecision(1);
-  const auto show = [&](const char* kind, const char* name, const Faults& faults, Counts counts) {
+  bool isRight = true;
+  const auto run = [&](const char* kind, auto sessionOf, const char* name, const Faults& faults) {
+    Counts counts = sessionOf(count, 1400, faults, 1);
+    // What the system drops on a busy machine makes it unknown what has to arrive: once more.
+    for (int i = 0; i < 3 && counts.dropped > 0; ++i) counts = sessionOf(count, 1400, faults, 1);
     const auto percent = [&](std::int64_t number) {
       return 100 * static_cast<double>(number) / static_cast<double>(counts.sent);
     };
-    const bool isUnharmed = faults == Faults();
-    isRight = isRight && counts.isRight && (!isUnharmed || counts.altered == 0);
     std::cerr << kind << ", " << name << ": " << counts.sent << " sent, " << percent(counts.whole)
               << " % whole, " << percent(counts.altered) << " % altered, " << counts.dropped
               << " datagrams dropped by the system" << (counts.isRight ? "\n" : ", WRONG\n");
+    isRight = isRight && counts.isRight;
   };
-  const std::int64_t before = holdings().megabytes;
+  std::optional<Holdings> before;
   for (const auto& [name, faults] : rows) {
-    show("image", name, faults, session<tarnwick::RxImageUDP>(count, 1400, faults, 1));
-    show("video", name, faults, session<tarnwick::RxVideoUDP>(count, 1400, faults, 2));
-    show("audio", name, faults, session<tarnwick::RxAudioUDP>(count, 1400, faults, 3));
+    run("image", session<tarnwick::RxImageUDP>, name, faults);
+    run("video", session<tarnwick::RxVideoUDP>, name, faults);
+    run("audio", session<tarnwick::RxAudioUDP>, name, faults);
+    if (!before) before = holdings();
   }
-  std::cerr << before << " MB before, " << holdings().megabytes << " MB after\n";
-  return isRight ? 0 : 1;
+  const bool isClean = eventually([&] { return !holdings().exceed(*before); });
+  std::cerr << "It held " << before->text() << " after the first three, and now "
+            << holdings().text() << "\n";
+  return isRight && isClean ? 0 : 1;
 }
