@@ -41,7 +41,7 @@ void play(std::string_view script) {
   }
   DispatchQueue::main().drain();
   // The starts and stops of a video come at once.
-  std::ranges::stable_partition(expected, [](const Object& object) {
+  std::stable_partition(expected.begin(), expected.end(), [](const Object& object) {
     return object.label == "started" || object.label == "stopped";
   });
   for (const Object& object : expected) {
