@@ -81,7 +81,7 @@ int main(int argc, char** argv) {
   }
   const bool isEnough = arrived >= sent / 2;  // restarts and faults cost less
   // A receiver lives until the process ends, and keeps the object that it was in the middle of.
-  const std::int64_t allowance = 32 + restarts / 10;
+  const std::int64_t allowance = notableGrowth + restarts / 10;
   const bool isClean = eventually([&] { return before && !holdings().exceed(*before, allowance); });
   if (!isEnough) std::cerr << "Too little arrives.\n";
   if (!isClean) std::cerr << "It grew from " << (before ? before->text() : "nothing") << "\n";
