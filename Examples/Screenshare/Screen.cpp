@@ -3,7 +3,6 @@
 #include <sys/ipc.h>
 #include <sys/shm.h>
 
-#include <bit>
 #include <cstdlib>
 #include <utility>
 
@@ -27,6 +26,12 @@ void makeOpaque(tarnwick::Data& pixels) {
   for (std::size_t i = 3; i < pixels.size(); i += bytesPerPixel) pixels[i] = 255;
 }
 
+/// The display that is meant when none is named, if there is one.
+std::string nameOf(const std::string& display) {
+  const char* const usual = std::getenv("DISPLAY");
+  return display.empty() && usual != nullptr ? usual : display;
+}
+
 std::uint8_t channel(std::uint32_t pixel, int index) {
   return static_cast<std::uint8_t>(pixel >> (8 * index));
 }
@@ -34,7 +39,7 @@ std::uint8_t channel(std::uint32_t pixel, int index) {
 }  // namespace
 
 Screen::Screen(const std::string& display)
-    : name_(display.empty() && std::getenv("DISPLAY") ? std::getenv("DISPLAY") : display),
+    : name_(nameOf(display)),
       connection_(xcb_connect(name_.empty() ? nullptr : name_.c_str(), &number_)) {
   if (xcb_connection_has_error(connection_) != 0) {
     xcb_disconnect(connection_);
@@ -116,7 +121,7 @@ void Screen::shareMemory() {
       connection_,
       xcb_shm_attach_checked(connection_, segment_, static_cast<std::uint32_t>(memory), 0)));
   shmctl(memory, IPC_RMID, nullptr);  // it lives as long as the server and we are attached
-  if (error || std::bit_cast<std::intptr_t>(address) == -1) {
+  if (error || reinterpret_cast<std::intptr_t>(address) == -1) {
     throw Trouble("display " + name_ + " shares no memory with us: run where its server runs");
   }
   pixels_ = static_cast<const std::uint8_t*>(address);
