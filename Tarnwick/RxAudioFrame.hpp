@@ -5,8 +5,9 @@
 #include <vector>
 
 #include "Tarnwick/Platform/Data.hpp"
+#include "Tarnwick/Platform/DataStore.hpp"
 
-namespace tarnwick {
+namespace [[gnu::visibility("default")]] tarnwick {
 
 /// Collects the chunks of one announced audio recording until its bytes are complete, and joins
 /// them. Chunks have no order but that of arrival, and the byte count is the only check. Not
@@ -34,14 +35,14 @@ class RxAudioFrame final {
  private:
   std::int64_t size_;
   std::int64_t offset_ = 0;  // the bytes taken so far, never more than the size
-  std::vector<Data> chunks_;
+  std::vector<StoredData> chunks_;
 
  public:
-  bool isFull = false;
-  bool isCorrupt = false;
+  bool isFull = false;     ///< all announced bytes are there
+  bool isCorrupt = false;  ///< more bytes came than were announced
 
  private:
-  std::optional<Data> buffer_;
+  std::optional<StoredData> buffer_;
 };
 
 }  // namespace tarnwick

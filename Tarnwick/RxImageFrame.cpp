@@ -15,23 +15,25 @@ void RxImageFrame::appendChunk(Data data) {
     isCorrupt = true;
     return;
   }
-  chunks_.push_back(std::move(data));
+  chunks_.emplace_back(std::move(data));
   offset_ = end;
   if (offset_ == size_) isFull = true;
 }
 
 void RxImageFrame::mergeChunks() {
   if (size_ < 0) fatalError("Arithmetic overflow");
-  Data& buffer = buffer_.emplace();
-  buffer.reserve(static_cast<std::size_t>(size_));
-  for (const Data& chunk : chunks_) buffer.insert(buffer.end(), chunk.begin(), chunk.end());
-  buffer.resize(static_cast<std::size_t>(size_));
-  std::vector<Data>().swap(chunks_);
+  const auto size = static_cast<std::size_t>(size_);
+  Data& buffer = *buffer_.emplace(DataStore::shared().room(size));
+  for (const StoredData& chunk : chunks_) {
+    buffer.insert(buffer.end(), (*chunk).begin(), (*chunk).end());
+  }
+  buffer.resize(size);
+  std::vector<StoredData>().swap(chunks_);
 }
 
 std::optional<Data> RxImageFrame::getData() const {
   if (!buffer_ || offset_ != size_) return std::nullopt;
-  return buffer_;
+  return **buffer_;
 }
 
 }  // namespace tarnwick

@@ -5,18 +5,21 @@
 #include <vector>
 
 #include "Tarnwick/Platform/Data.hpp"
+#include "Tarnwick/Platform/DataStore.hpp"
 #include "Tarnwick/Platform/Geometry.hpp"
 
-namespace tarnwick {
+namespace [[gnu::visibility("default")]] tarnwick {
 
 /// Collects the chunks of one announced image until its bytes are complete, and joins them.
 /// Chunks have no order but that of arrival, and the byte count is the only check. Not locked: it
 /// is fed by one thread, and then handed over to the one that merges and reads it.
 class RxImageFrame final {
  public:
-  /// An image of `size` bytes, any number, that covers `rect` of its sender's screen, or all of
-  /// it. Nothing is allocated for bytes that have not come.
+  /// An image of `size` bytes, any number, that covers all of its sender's screen. Nothing is
+  /// allocated for bytes that have not come.
   explicit RxImageFrame(std::int64_t size) : size_(size) {}
+
+  /// The same, for an image that covers the rectangle `rect` of the screen.
   RxImageFrame(std::int64_t size, CGRect rect) : size_(size), bounds(rect) {}
 
   /// Takes the next chunk. One that would exceed the size is dropped, logged, and makes the image
@@ -33,13 +36,13 @@ class RxImageFrame final {
  private:
   std::int64_t size_;
   std::int64_t offset_ = 0;  // the bytes taken so far, never more than the size
-  std::optional<Data> buffer_;
-  std::vector<Data> chunks_;
+  std::optional<StoredData> buffer_;
+  std::vector<StoredData> chunks_;
 
  public:
-  bool isFull = false;
-  std::optional<CGRect> bounds;  ///< in pixels of the sender's screen, from its top left
-  bool isCorrupt = false;
+  bool isFull = false;           ///< all announced bytes are there
+  std::optional<CGRect> bounds;  ///< in pixels from the screen's top left; absent for all of it
+  bool isCorrupt = false;        ///< more bytes came than were announced
 };
 
 }  // namespace tarnwick

@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <utility>
 
+#include "Tarnwick/Platform/DataStore.hpp"
 #include "Tarnwick/Platform/Log.hpp"
 #include "Tarnwick/Platform/NSThread.hpp"
 #include "Tarnwick/UDPError.hpp"
@@ -120,7 +121,7 @@ void UDPServer::receiveDatagram(int socket, Data& buffer) {
   const ssize_t received = recvfrom(socket, buffer.data(), limit(buffer.size()), 0,
                                     reinterpret_cast<sockaddr*>(&serverAddress_), &addressLength);
   if (received == -1) return;
-  Data datagram(buffer.begin(), buffer.begin() + received);
+  Data datagram = DataStore::shared().copy({buffer.data(), static_cast<std::size_t>(received)});
   {
     const MutexLock lock(threadLock_);
     receiveQueue_.push_back(std::move(datagram));

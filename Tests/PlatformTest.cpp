@@ -11,6 +11,7 @@
 #include <unordered_set>
 
 #include "Tarnwick/Platform/Arithmetic.hpp"
+#include "Tarnwick/Platform/DataStore.hpp"
 #include "Tarnwick/Platform/DispatchSemaphore.hpp"
 #include "Tarnwick/Platform/FatalError.hpp"
 #include "Tarnwick/Platform/Log.hpp"
@@ -130,6 +131,24 @@ TEST(Log, NeverMixesLines) {
   for (const char letter : {'a', 'b', 'c'}) {
     EXPECT_EQ(std::count(lines.begin(), lines.end(), lineOf(letter)), 400);
   }
+}
+
+// --- The store of datagrams ---
+
+TEST(DataStore, GivesMemoryAgainAndKeepsNoMoreThanItMay) {
+  DataStore store;
+  Data first = store.copy(Data(1000, 7));
+  EXPECT_EQ(first, Data(1000, 7));
+  const std::uint8_t* const memory = first.data();
+  store.keep(std::move(first));
+  const Data second = store.copy(Data(1024, 9));
+  EXPECT_EQ(second, Data(1024, 9));
+  EXPECT_EQ(second.data(), memory);
+  EXPECT_EQ(store.keptBytes(), 0U);
+  for (int i = 0; i < 100; ++i) store.keep(Data(1'000'000));
+  EXPECT_EQ(store.keptBytes(), 33'000'000U);  // the next one would be too much
+  for (int i = 0; i < 100; ++i) EXPECT_GE(store.room(900'000).capacity(), 900'000U);
+  EXPECT_EQ(store.room(DataStore::mostBytes + 1).size(), 0U);
 }
 
 // --- Main queue ---

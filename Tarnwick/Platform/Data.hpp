@@ -4,7 +4,7 @@
 #include <string_view>
 #include <vector>
 
-namespace tarnwick {
+namespace [[gnu::visibility("default")]] tarnwick {
 
 /// An owned sequence of bytes: a datagram, a chunk, a payload or a reply. Handed over by value and
 /// moved, so that whoever holds one is its only owner.

@@ -1,0 +1,62 @@
+#include "Tarnwick/Platform/DataStore.hpp"
+
+#include <bit>
+
+#include "Tarnwick/Platform/NeverDestroyed.hpp"
+
+namespace tarnwick {
+namespace {
+
+// What is smaller, a message or an answer, the C library handles as fast.
+constexpr std::size_t leastSize = 512;
+
+}  // namespace
+
+DataStore& DataStore::shared() {
+  static NeverDestroyed<DataStore> store;
+  return *store;
+}
+
+Data DataStore::copy(std::span<const std::uint8_t> bytes) {
+  if (bytes.size() < leastSize) return {bytes.begin(), bytes.end()};
+  Data data = room(bytes.size());
+  data.assign(bytes.begin(), bytes.end());
+  return data;
+}
+
+Data DataStore::room(std::size_t size) {
+  Data data;
+  if (size > mostBytes) {  // which is never kept
+    data.reserve(size);
+    return data;
+  }
+  const std::size_t capacity = std::bit_ceil(size);
+  {
+    const MutexLock lock(lock_);
+    std::vector<Data>& shelf = shelves_[static_cast<std::size_t>(std::countr_zero(capacity))];
+    if (!shelf.empty()) {
+      data = std::move(shelf.back());
+      shelf.pop_back();
+      bytes_ -= data.capacity();
+    }
+  }
+  data.clear();
+  data.reserve(capacity);
+  return data;
+}
+
+void DataStore::keep(Data data) {
+  const std::size_t capacity = data.capacity();
+  if (capacity < leastSize) return;
+  const MutexLock lock(lock_);
+  if (bytes_ + capacity > mostBytes) return;
+  bytes_ += capacity;
+  shelves_[static_cast<std::size_t>(std::bit_width(capacity)) - 1].push_back(std::move(data));
+}
+
+std::size_t DataStore::keptBytes() {
+  const MutexLock lock(lock_);
+  return bytes_;
+}
+
+}  // namespace tarnwick
