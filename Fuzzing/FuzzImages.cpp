@@ -1,11 +1,17 @@
-// Any bytes are an image or none; an image is whole, and can be sent on.
+// Any bytes are an image or none, whether read at once or in strips; an image is whole, and can be
+// sent on.
+#include <Tarnwick/Platform/ImageCodec.hpp>
 #include <Tarnwick/Tarnwick.hpp>
 #include <cstdlib>
 
 using namespace tarnwick;
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t size) {
-  const auto image = NSImage::fromData(Data(bytes, bytes + size));
+  const Data file(bytes, bytes + size);
+  const auto whole = ImageCodec::decodeJPEG(file, 1), strips = ImageCodec::decodeJPEG(file, 3);
+  if (whole.has_value() != strips.has_value()) std::abort();
+  if (whole && whole->pixels != strips->pixels) std::abort();
+  const auto image = NSImage::fromData(file);
   if (!image) return 0;
   const Bitmap* bitmap = image->bitmap();
   if (bitmap == nullptr ||

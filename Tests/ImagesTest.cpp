@@ -178,6 +178,20 @@ TEST(JPEG, ReadsOtherKindsOfColour) {
   expect(plainJPEG({200, 128, 128, 40}, 20, 12, 0, adobe(2)), {9, 9, 9, 255});
 }
 
+TEST(JPEG, IsTheSameWhenMadeAndReadInStrips) {
+  for (const auto& [width, height] : {std::pair<std::int64_t, std::int64_t>{33, 300}, {640, 129}}) {
+    const Bitmap bitmap = picture(width, height);
+    for (const float factor : {0.3F, 0.6F, 0.9F}) {
+      const Data file = ImageCodec::encodeJPEG(bitmap, factor, 1).value();
+      for (const std::size_t most : {2U, 3U, 100U}) {
+        EXPECT_EQ(ImageCodec::encodeJPEG(bitmap, factor, most), file);
+        EXPECT_EQ(ImageCodec::decodeJPEG(file, most)->pixels,
+                  ImageCodec::decodeJPEG(file, 1)->pixels);
+      }
+    }
+  }
+}
+
 TEST(PNG, KeepsEveryPixel) {
   for (const auto& [width, height] : {std::pair<Side, Side>{1, 1}, {3, 5}, {17, 31}, {640, 480}}) {
     const Bitmap source = translucent(width, height);

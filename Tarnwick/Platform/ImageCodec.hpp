@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <optional>
 
 #include "Tarnwick/Platform/Bitmap.hpp"
@@ -21,11 +22,20 @@ class ImageCodec final {
   /// density are ignored; alpha is 255.
   [[nodiscard]] static std::optional<Bitmap> decodeJPEG(const Data& file);
 
+  /// The same, read by at most `most` threads at once, which makes no difference but in time: as
+  /// many as there are processors, but one for a small file, when nothing is said. Only a file with
+  /// a restart marker at each row of blocks and with no colour halved down can be read so.
+  [[nodiscard]] static std::optional<Bitmap> decodeJPEG(const Data& file, std::size_t most);
+
   /// A baseline JPEG file without the bitmap's alpha. `compressionFactor` runs from 0.0, the
   /// smallest file, to 1.0, the best picture; beyond, the nearer end holds, and not a number is
   /// 0.0. Absent when JPEG cannot hold the sides.
   [[nodiscard]] static std::optional<Data> encodeJPEG(const Bitmap& bitmap,
                                                       float compressionFactor);
+
+  /// The same, made by at most `most` threads at once, likewise.
+  [[nodiscard]] static std::optional<Data> encodeJPEG(const Bitmap& bitmap, float compressionFactor,
+                                                      std::size_t most);
 
   /// PNG (ISO/IEC 15948) of any kind, as 8-bit sRGB.
   [[nodiscard]] static std::optional<Bitmap> decodePNG(const Data& file);

@@ -1,16 +1,21 @@
 #include <algorithm>
+#include <atomic>
 #include <cmath>
 #include <csetjmp>
 #include <cstdio>
 #include <cstdlib>
 #include <new>
+#include <span>
+#include <vector>
 
 // After <cstdio>, which it needs and does not include.
 #include <jpeglib.h>
 
 #include <jerror.h>
 
+#include "Tarnwick/Platform/Concurrently.hpp"
 #include "Tarnwick/Platform/ImageCodec.hpp"
+#include "Tarnwick/Platform/JPEGStrips.hpp"
 
 // The library reports a failure by a call that must not return, which leaves by longjmp. The
 // functions that it leaves, compress() and decompress(), hold nothing with a destructor: all that
@@ -88,39 +93,41 @@ int qualityFrom(float compressionFactor) {
   return static_cast<int>(std::lround(std::clamp(100.0F * compressionFactor, 1.0F, 100.0F)));
 }
 
-/// Colour at half the resolution both ways at low quality, at half across at medium quality and
-/// whole at high quality: coloured text cannot do with less.
-void setSampling(jpeg_compress_struct& info, int quality) {
-  constexpr int mediumQuality = 50, highQuality = 80;
-  info.comp_info[0].h_samp_factor = quality < highQuality ? 2 : 1;
-  info.comp_info[0].v_samp_factor = quality < mediumQuality ? 2 : 1;
-}
+// Colour at half the resolution both ways at low quality, at half across at medium quality and
+// whole at high quality: coloured text cannot do with less.
+int samplingAcross(int quality) { return quality < 80 ? 2 : 1; }
+int samplingDown(int quality) { return quality < 50 ? 2 : 1; }
 
-/// In pixels, 128 x 128. The tables of a picture up to this size take more than its content, unless
-/// they are made for it: that takes 0.1 ms more and saves 300 bytes, half of a picture of 48 x 48.
-constexpr std::int64_t smallPicture = 16384;
+/// In pixels, as of 128 x 128. The tables of a picture up to this size take more than its content,
+/// unless they are made for it: that takes 0.1 ms more and saves 300 bytes, half of one of 48 x 48.
+constexpr std::int64_t smallPicture = 16'384;
+bool isSmall(const Bitmap& bitmap) { return bitmap.width * bitmap.height <= smallPicture; }
 
-bool compress(Encoder& encoder, const Bitmap& bitmap, int quality) {
+/// In pixels: a strip takes longer than its thread takes to start.
+constexpr std::int64_t smallestStrip = 100'000;
+
+bool compress(Encoder& encoder, const Bitmap& bitmap, const PixelRows& rows, int quality) {
   jpeg_compress_struct& info = encoder.info;
   if (setjmp(encoder.errors.failure) != 0) return false;
   jpeg_create_compress(&info);
   info.dest = &encoder;
   info.image_width = static_cast<JDIMENSION>(bitmap.width);
-  info.image_height = static_cast<JDIMENSION>(bitmap.height);
+  info.image_height = static_cast<JDIMENSION>(rows.count);
   info.input_components = Bitmap::bytesPerPixel;
   info.in_color_space = JCS_EXT_BGRX;
   jpeg_set_defaults(&info);
   jpeg_set_quality(&info, quality, TRUE);
-  setSampling(info, quality);
+  info.comp_info[0].h_samp_factor = samplingAcross(quality);
+  info.comp_info[0].v_samp_factor = samplingDown(quality);
   info.dct_method = JDCT_ISLOW;
   // A marker, which no text can hold, at each row of blocks: the even areas of a picture encode to
   // bytes that may read as text, and a receiver takes no text for a piece of an image.
   info.restart_in_rows = 1;
-  info.optimize_coding = static_cast<boolean>(bitmap.width * bitmap.height <= smallPicture);
+  info.optimize_coding = static_cast<boolean>(isSmall(bitmap));
   jpeg_start_compress(&info, TRUE);
   while (info.next_scanline < info.image_height) {
     // The library reads the row only; its interface predates const.
-    auto* row = const_cast<JSAMPROW>(bitmap.row(info.next_scanline));
+    auto* row = const_cast<JSAMPROW>(bitmap.row(rows.first + info.next_scanline));
     jpeg_write_scanlines(&info, &row, 1);
   }
   jpeg_finish_compress(&info);
@@ -128,6 +135,9 @@ bool compress(Encoder& encoder, const Bitmap& bitmap, int quality) {
 }
 
 // --- Decoding ---
+
+/// In bytes: reading a strip takes longer than its thread takes to start.
+constexpr std::size_t smallestStripFile = 8192;
 
 struct Decoder {
   Errors errors;
@@ -210,6 +220,12 @@ bool readHeader(Decoder& decoder, const Data& file) {
          (!holdsCoefficients || coefficientBytes(info) <= coefficientLimit);
 }
 
+/// Whether the file's header can be read, and its picture has three colours or one.
+bool readSides(Decoder& decoder, const Data& file) {
+  if (setjmp(decoder.errors.failure) != 0) return false;
+  return readHeader(decoder, file) && decoder.info.num_components <= 3;
+}
+
 bool decompress(Decoder& decoder, const Data& file, Bitmap& bitmap) {
   jpeg_decompress_struct& info = decoder.info;
   if (setjmp(decoder.errors.failure) != 0) return false;
@@ -240,18 +256,80 @@ bool decompress(Decoder& decoder, const Data& file, Bitmap& bitmap) {
   return true;
 }
 
+/// Reads a strip into its place, and the border behind it; not at all when anything is damaged.
+bool decompressStrip(Decoder& decoder, const StripFile& strip, Bitmap& bitmap) {
+  jpeg_decompress_struct& info = decoder.info;
+  if (setjmp(decoder.errors.failure) != 0) return false;
+  if (!readHeader(decoder, strip.file)) return false;
+  info.out_color_space = JCS_EXT_BGRA;
+  info.dct_method = JDCT_ISLOW;
+  decoder.errors.emit_message = [](j_common_ptr common, int level) {
+    if (level < 0) Errors::fail(common);
+  };
+  jpeg_start_decompress(&info);
+  JSAMPARRAY border = info.mem->alloc_sarray(reinterpret_cast<j_common_ptr>(&info), JPOOL_IMAGE,
+                                             info.output_width * Bitmap::bytesPerPixel, 1);
+  while (info.output_scanline < info.output_height) {
+    const std::int64_t y = info.output_scanline;
+    JSAMPROW row = y < strip.rows.count ? bitmap.row(strip.rows.first + y) : border[0];
+    jpeg_read_scanlines(&info, &row, 1);
+  }
+  jpeg_finish_decompress(&info);
+  return true;
+}
+
+/// The picture, if the file can be read in strips and none is damaged. With any doubt it is none,
+/// as the file is then read as a whole.
+std::optional<Bitmap> decodeStrips(const Data& file, std::size_t most) {
+  if (most < 2) return std::nullopt;
+  const std::vector<StripFile> strips = cutIntoStrips(file, most);
+  if (strips.size() < 2) return std::nullopt;
+  std::vector<Decoder> decoders(strips.size() + 1);
+  Decoder& whole = decoders.back();
+  if (!readSides(whole, file)) return std::nullopt;
+  Bitmap bitmap{whole.info.image_width, whole.info.image_height, {}};
+  bitmap.pixels.resize(bitmap.rowBytes() * static_cast<std::size_t>(bitmap.height));
+  std::atomic<bool> isWhole = true;
+  concurrently(strips.size(), [&](std::size_t i) {
+    if (!decompressStrip(decoders[i], strips[i], bitmap)) isWhole = false;
+  });
+  return isWhole ? std::optional(std::move(bitmap)) : std::nullopt;
+}
+
 }  // namespace
 
-std::optional<Data> ImageCodec::encodeJPEG(const Bitmap& bitmap, float compressionFactor) try {
+std::optional<Data> ImageCodec::encodeJPEG(const Bitmap& bitmap, float compressionFactor) {
+  const auto most = static_cast<std::size_t>(bitmap.width * bitmap.height / smallestStrip);
+  return encodeJPEG(bitmap, compressionFactor, std::min(processorCount(), most));
+}
+
+std::optional<Data> ImageCodec::encodeJPEG(const Bitmap& bitmap, float compressionFactor,
+                                           std::size_t most) try {
   if (std::max(bitmap.width, bitmap.height) > JPEG_MAX_DIMENSION) return std::nullopt;
-  Encoder encoder;
-  if (!compress(encoder, bitmap, qualityFrom(compressionFactor))) return std::nullopt;
-  return Data(encoder.bytes, encoder.bytes + encoder.size());
+  const int quality = qualityFrom(compressionFactor);
+  const std::size_t count = isSmall(bitmap) ? 1 : std::max<std::size_t>(most, 1);  // of one table
+  const std::vector<PixelRows> rows =
+      strips(bitmap.height, std::int64_t{DCTSIZE} * samplingDown(quality), count);
+  std::vector<Encoder> encoders(rows.size());
+  std::atomic<bool> isEncoded = true;
+  concurrently(rows.size(), [&](std::size_t i) {
+    if (!compress(encoders[i], bitmap, rows[i], quality)) isEncoded = false;
+  });
+  if (!isEncoded) return std::nullopt;
+  std::vector<std::span<const std::uint8_t>> files;
+  files.reserve(encoders.size());
+  for (const Encoder& encoder : encoders) files.emplace_back(encoder.bytes, encoder.size());
+  return joinedStrips(files, bitmap.height);
 } catch (const std::bad_alloc&) {
   return std::nullopt;
 }
 
-std::optional<Bitmap> ImageCodec::decodeJPEG(const Data& file) try {
+std::optional<Bitmap> ImageCodec::decodeJPEG(const Data& file) {
+  return decodeJPEG(file, std::min(processorCount(), file.size() / smallestStripFile));
+}
+
+std::optional<Bitmap> ImageCodec::decodeJPEG(const Data& file, std::size_t most) try {
+  if (auto bitmap = decodeStrips(file, most)) return bitmap;
   Decoder decoder;
   Bitmap bitmap;
   if (!decompress(decoder, file, bitmap)) return std::nullopt;
