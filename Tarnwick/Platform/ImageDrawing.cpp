@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstring>
+#include <utility>
 
 #include "Tarnwick/Platform/ImageScaling.hpp"
 
@@ -102,8 +103,12 @@ void drawPixels(const Bitmap& source, const CGRect& from, Bitmap& target, const 
     return;
   }
   const CGRect region{{across.from, down.from}, {across.fromLength, down.fromLength}};
-  const Bitmap drawn = scaled(source, region, across.count, down.count);
-  if (!drawn.pixels.empty()) copyBlock(drawn, 0, 0, target, across, down);
+  Bitmap drawn = scaled(source, region, across.count, down.count);
+  if (drawn.pixels.size() == target.pixels.size()) {
+    target = std::move(drawn);  // all of it
+  } else if (!drawn.pixels.empty()) {
+    copyBlock(drawn, 0, 0, target, across, down);
+  }
 }
 
 }  // namespace tarnwick

@@ -22,11 +22,9 @@ constexpr std::int64_t sideLimit = 65535;
 
 constexpr std::size_t colourPlanes = 3, allPlanes = 4;
 
-/// Where zimg's planes, red, green, blue and alpha, stand in a pixel of a bitmap.
-constexpr std::array<std::size_t, allPlanes> channelOfPlane{2, 1, 0, 3};
-
-/// The few rows that zimg works on at a time, a plane a channel: row i stands where row i & mask
-/// does. Rows go in and out of packed pixels as zimg asks for them, so no plane is ever whole.
+/// The few rows that zimg works on at a time, a plane a channel, red, green, blue and alpha: row i
+/// stands where row i & mask does. Rows go in and out of packed pixels as zimg asks for them, so no
+/// plane is ever whole.
 class PlanarRows {
  public:
   PlanarRows(std::size_t planes, std::int64_t width, std::int64_t height, unsigned buffering)
@@ -34,7 +32,8 @@ class PlanarRows {
         mask_(zimg_select_buffer_mask(buffering)),
         blocksPerRow_((static_cast<std::size_t>(width) + alignment - 1) / alignment),
         rows_(mask_ == ZIMG_BUFFER_MAX ? static_cast<std::size_t>(height) : mask_ + 1),
-        blocks_(planes * rows_ * blocksPerRow_) {}
+        blocks_(planes * rows_ * blocksPerRow_),
+        opaqueRow_(static_cast<std::size_t>(width), 0xFF) {}
 
   std::uint8_t* row(std::size_t plane, unsigned i) {
     return blocks_[(plane * rows_ + (i & mask_)) * blocksPerRow_].bytes.data();
@@ -53,19 +52,29 @@ class PlanarRows {
     return buffer;
   }
 
+  // All channels of a pixel in one statement each, which the compiler turns into vectors.
   void unpack(const std::uint8_t* pixels, unsigned i, unsigned left, unsigned right) {
-    for (std::size_t plane = 0; plane < planes_; ++plane) {
-      std::uint8_t* samples = row(plane, i);
-      const std::uint8_t* channel = pixels + channelOfPlane[plane];
-      for (std::size_t x = left; x < right; ++x) samples[x] = channel[x * Bitmap::bytesPerPixel];
+    std::uint8_t *const red = row(0, i), *const green = row(1, i), *const blue = row(2, i);
+    for (std::size_t x = left; x < right; ++x) {
+      const std::uint8_t* const pixel = pixels + x * Bitmap::bytesPerPixel;
+      blue[x] = pixel[0];
+      green[x] = pixel[1];
+      red[x] = pixel[2];
     }
+    if (planes_ == colourPlanes) return;
+    std::uint8_t* const alpha = row(3, i);
+    for (std::size_t x = left; x < right; ++x) alpha[x] = pixels[x * Bitmap::bytesPerPixel + 3];
   }
 
   void pack(std::uint8_t* pixels, unsigned i, unsigned left, unsigned right) {
-    for (std::size_t plane = 0; plane < planes_; ++plane) {
-      const std::uint8_t* samples = row(plane, i);
-      std::uint8_t* channel = pixels + channelOfPlane[plane];
-      for (std::size_t x = left; x < right; ++x) channel[x * Bitmap::bytesPerPixel] = samples[x];
+    const std::uint8_t *const red = row(0, i), *const green = row(1, i), *const blue = row(2, i);
+    const std::uint8_t* const alpha = planes_ == colourPlanes ? opaqueRow_.data() : row(3, i);
+    for (std::size_t x = left; x < right; ++x) {
+      std::uint8_t* const pixel = pixels + x * Bitmap::bytesPerPixel;
+      pixel[0] = blue[x];
+      pixel[1] = green[x];
+      pixel[2] = red[x];
+      pixel[3] = alpha[x];
     }
   }
 
@@ -75,6 +84,7 @@ class PlanarRows {
   const std::size_t blocksPerRow_;
   const std::size_t rows_;
   std::vector<Block> blocks_;
+  const Data opaqueRow_;  // the alpha of pixels that have no plane of it
 };
 
 /// What zimg's callbacks are given: the bitmap on their side of the work, and its rows.
@@ -142,9 +152,8 @@ Bitmap scaled(const Bitmap& source, const CGRect& region, std::int64_t width, st
   zimg_filter_graph_get_tmp_size(graph.get(), &workBytes);
   std::vector<Block> work(workBytes / alignment + 1);
 
-  // All opaque to begin with: where there is no alpha plane, nothing else writes alpha.
   Bitmap result{width, height,
-                Data(static_cast<std::size_t>(width * height * Bitmap::bytesPerPixel), 0xFF)};
+                Data(static_cast<std::size_t>(width * height * Bitmap::bytesPerPixel))};
   Side<const Bitmap> input{source, {planes, source.width, source.height, inputRows}};
   Side<Bitmap> output{result, {planes, width, height, outputRows}};
   const auto unpack = [](void* user, unsigned i, unsigned left, unsigned right) {
