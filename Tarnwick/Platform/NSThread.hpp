@@ -14,8 +14,8 @@ class NSThread final {
   /// thread. Throws std::system_error when no thread can be started.
   static void detachNewThread(std::function<void()> body);
 
-  /// Asks for a priority of the calling thread between 0 (least) and 1 (most). The system may
-  /// refuse, or know one priority only; either is ignored.
+  /// Asks for a priority of the calling thread between 0 (least) and 1 (most), 0.5 being that of
+  /// other threads. The system may refuse, or know one priority only; either is ignored.
   static void setThreadPriority(double priority) noexcept;
 
   /// Suspends the calling thread for at least `duration`.
