@@ -9,15 +9,18 @@
 namespace tarnwick {
 namespace {
 
-/// How many bytes from `position` on are ASCII, counted in whole blocks of eight.
-std::size_t asciiBlocks(std::string_view bytes, std::size_t position) noexcept {
+/// Moves `position` over what is ASCII, in whole blocks of `words` times eight bytes.
+template <std::size_t words>
+void skipASCII(std::string_view bytes, std::size_t& position) noexcept {
   constexpr std::uint64_t highBits = 0x8080808080808080;
-  const std::size_t start = position;
-  for (std::uint64_t block; bytes.size() - position >= sizeof block; position += sizeof block) {
+  std::array<std::uint64_t, words> block;
+  while (bytes.size() - position >= sizeof block) {
     std::memcpy(&block, bytes.data() + position, sizeof block);
-    if ((block & highBits) != 0) break;
+    std::uint64_t all = 0;
+    for (const std::uint64_t word : block) all |= word;
+    if ((all & highBits) != 0) return;
+    position += sizeof block;
   }
-  return position - start;
 }
 
 /// The length of the well-formed character at the start of `bytes`, which is not empty; 0 if none.
@@ -92,13 +95,14 @@ std::string_view withoutPlus(std::string_view text) noexcept {
 }  // namespace
 
 bool isValidUTF8(std::string_view bytes) noexcept {
-  std::size_t position = 0;
-  while ((position += asciiBlocks(bytes, position)) < bytes.size()) {
+  for (std::size_t position = 0;;) {
+    skipASCII<8>(bytes, position);  // as many words as the processor looks at together
+    skipASCII<1>(bytes, position);
+    if (position == bytes.size()) return true;
     const std::size_t length = characterLength(bytes.substr(position));
     if (length == 0) return false;
     position += length;
   }
-  return true;
 }
 
 std::vector<std::string_view> split(std::string_view text, std::string_view separators) {
