@@ -32,15 +32,18 @@ struct Holdings {
   }
 };
 
+inline std::int64_t residentBytes() {
+  std::int64_t pages = 0;
+  std::ifstream("/proc/self/statm") >> pages >> pages;
+  return pages * sysconf(_SC_PAGESIZE);
+}
+
 inline Holdings holdings() {
   const auto entries = [](const char* directory) {
     const std::filesystem::directory_iterator first(directory), last;
     return static_cast<std::int64_t>(std::distance(first, last));
   };
-  std::int64_t pages = 0;
-  std::ifstream("/proc/self/statm") >> pages >> pages;
-  return {entries("/proc/self/fd") - 1, entries("/proc/self/task"),
-          pages * sysconf(_SC_PAGESIZE) / 1'000'000};
+  return {entries("/proc/self/fd") - 1, entries("/proc/self/task"), residentBytes() / 1'000'000};
 }
 
 /// How many datagrams the system has dropped at a port for want of room.

@@ -1,0 +1,261 @@
+// A sender and a receiver together: how long a picture takes, what it costs, what stays behind.
+#include <Tarnwick/Tarnwick.hpp>
+#include <algorithm>
+#include <array>
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <ctime>
+#include <filesystem>
+#include <memory>
+#include <semaphore>
+#include <thread>
+#include <utility>
+#include <vector>
+
+#include "Comparison.hpp"
+#include "Desktop.hpp"
+#include "Sockets.hpp"
+#include "Tests/Process.hpp"
+
+namespace tarnwick::benchmarks {
+namespace {
+
+using Moment = std::chrono::steady_clock;
+constexpr float factor = 0.5F;  // with which the region fits a datagram
+constexpr std::int64_t chunkSize = 65500;
+
+double since(Moment::time_point start) {
+  return std::chrono::duration<double, std::nano>(Moment::now() - start).count();
+}
+
+/// A moving picture, as its sender meets it: never the same object twice.
+std::shared_ptr<NSImage> picture(const Bitmap& bitmap) { return NSImage::fromBitmap(bitmap); }
+
+/// Takes what arrives, and lets somebody wait for a picture of one width.
+class Viewer final : public RxImageUDPDelegate {
+ public:
+  explicit Viewer(std::int64_t width) : width_(static_cast<CGFloat>(width)) {}
+
+  /// Whether it came before one would have given it up.
+  bool await() { return arrived_.try_acquire_for(std::chrono::milliseconds(500)); }
+
+ private:
+  void imageReceived(std::shared_ptr<NSImage> image, std::optional<CGRect> /*bounds*/) override {
+    if (image->size().width == width_) arrived_.release();
+  }
+
+  const CGFloat width_;
+  std::counting_semaphore<> arrived_{0};
+};
+
+/// What a stream carries: a picture, which may need a second one behind it to leave.
+struct Content {
+  const char* name;
+  Bitmap bitmap, behind;
+};
+
+/// The pace of the pictures: a 30th of a second from one to the next, or a rest after each.
+struct Pace {
+  const char* name;
+  std::chrono::milliseconds interval;
+};
+
+using Sample = std::function<double()>;  // how long one took, in nanoseconds; less than 0: for ever
+
+/// Of samples taken at a pace, the one that so many in a hundred do not exceed.
+double percentile(int percent, const Pace& pace, const Sample& sample) {
+  constexpr int count = 50;
+  std::vector<double> times;
+  auto next = Moment::now();
+  for (int i = 0; i < count; ++i) {
+    const double time = sample();
+    if (time >= 0) times.push_back(time);
+    next = std::max(Moment::now(), next + pace.interval);
+    std::this_thread::sleep_until(next);
+  }
+  if (times.empty()) return 0;
+  const auto nth = times.begin() + std::ssize(times) * percent / 100;
+  std::nth_element(times.begin(), nth, times.end());
+  return *nth;
+}
+
+/// A sender and a receiver that run, and the main queue with them.
+class Stream {
+ public:
+  explicit Stream(std::int64_t width) : viewer(std::make_shared<Viewer>(width)) {
+    receiver_->beginOperation();
+    sender->beginOperation();
+  }
+  ~Stream() {
+    sender->endOperation();
+    receiver_->endOperation();
+    DispatchQueue::main().stop();
+  }
+  Stream(const Stream&) = delete;
+  Stream& operator=(const Stream&) = delete;
+
+  const std::shared_ptr<Viewer> viewer;
+
+ private:
+  const std::uint16_t port_ = freePort();
+  const std::shared_ptr<RxImageUDP> receiver_ =
+      RxImageUDP::create("receiver", port_, chunkSize, viewer);
+  const std::jthread mainThread_{[] { DispatchQueue::main().run(); }};
+
+ public:
+  const std::shared_ptr<TxImageUDP> sender =
+      TxImageUDP::create("sender", "127.0.0.1", port_, chunkSize);
+};
+
+double sendAndReceive(const Content& content, const Pace& pace, int percent) {
+  Stream stream(content.bitmap.width);
+  std::uint64_t frame = 0;
+  return percentile(percent, pace, [&] {
+    const auto image = picture(content.bitmap), behind = picture(content.behind);
+    const auto start = Moment::now();
+    stream.sender->send(image, {}, ++frame, true, factor);
+    if (behind) stream.sender->send(behind, {}, ++frame, true, factor);
+    return stream.viewer->await() ? since(start) : -1;
+  });
+}
+
+/// Encoding, the passes that the messages need, and decoding, each alone.
+double stepsAlone(const Content& content, const Pace& pace, int percent) {
+  const double encoding = percentile(percent, pace, [&] {
+    const auto image = picture(content.bitmap);
+    const auto start = Moment::now();
+    benchmark::DoNotOptimize(image->jpegRepresentation(factor));
+    return since(start);
+  });
+  const Data file = picture(content.bitmap)->jpegRepresentation(factor).value();
+  const double decoding = percentile(percent, pace, [&] {
+    const auto start = Moment::now();
+    benchmark::DoNotOptimize(NSImage::fromData(file));
+    return since(start);
+  });
+  Listener listener;
+  listener.setNonBlocking();
+  const auto client = UDPClient::create("client", "127.0.0.1", listener.port(), chunkSize);
+  client->beginOperation();
+  Data buffer(chunkSize);
+  const double passing = percentile(percent, pace, [&] {
+    while (listener.receive(buffer) != -1) continue;
+    const auto start = Moment::now();
+    client->send("Size|" + std::to_string(file.size()));
+    client->send(file);
+    if (content.behind.width != 0) client->send("behind");
+    const std::size_t datagrams = 1 + (file.size() + chunkSize - 1) / chunkSize;
+    for (std::size_t i = 0; i < datagrams; ++i) {
+      while (listener.receive(buffer) == -1) {
+        if (since(start) > 500e6) return -1.0;
+      }
+    }
+    return since(start);
+  });
+  client->endOperation();
+  return encoding + passing + decoding;
+}
+
+void addLatency() {
+  const Content region{"a 640x360 region", desktop(640, 360), {}};
+  const Content screen{"1920x1080, a region behind", desktop(1920, 1080), desktop(64, 64)};
+  const Pace rest{"at rest", std::chrono::milliseconds(60)};
+  const Pace stream{"30 a second", std::chrono::milliseconds(33)};
+  for (const Content& content : {region, screen}) {
+    for (const Pace& pace : {rest, stream}) {
+      for (const auto& [percent, goal] : {std::pair(50, 1.15), {95, 1.3}}) {
+        compareFigures(
+            std::string("send to delegate, ") + content.name + ", " + pace.name + ", p" +
+                std::to_string(percent),
+            Unit::nanoseconds, goal,
+            [content, pace, percent = percent](benchmark::State&) {
+              return sendAndReceive(content, pace, percent);
+            },
+            [content, pace, percent = percent](benchmark::State&) {
+              return stepsAlone(content, pace, percent);
+            });
+      }
+    }
+  }
+}
+
+double processorTime(clockid_t clock) {
+  timespec time{};
+  clock_gettime(clock, &time);
+  return static_cast<double>(time.tv_sec) * 1e9 + static_cast<double>(time.tv_nsec);
+}
+
+/// Of all threads but this one.
+double othersTime() {
+  return processorTime(CLOCK_PROCESS_CPUTIME_ID) - processorTime(CLOCK_THREAD_CPUTIME_ID);
+}
+
+constexpr int pictureCount = 60;
+
+double sendAlone(benchmark::State&) {
+  const Bitmap bitmap = desktop(1920, 1080);
+  const Listener listener;  // whose kernel drops what it has no room for
+  const auto sender = TxImageUDP::create("sender", "127.0.0.1", listener.port(), chunkSize);
+  sender->beginOperation();
+  const double before = othersTime();
+  auto next = Moment::now();
+  for (int i = 0; i < pictureCount; ++i) {
+    sender->send(picture(bitmap), {}, static_cast<std::uint64_t>(i), true, factor);
+    std::this_thread::sleep_until(next += std::chrono::milliseconds(33));
+  }
+  const double time = othersTime() - before;
+  sender->endOperation();
+  return time / pictureCount;
+}
+
+double encodeAlone(benchmark::State&) {
+  const Bitmap bitmap = desktop(1920, 1080);
+  double time = 0;
+  auto next = Moment::now();
+  for (int i = 0; i < pictureCount; ++i) {
+    const auto image = picture(bitmap);
+    const double before = processorTime(CLOCK_PROCESS_CPUTIME_ID);
+    benchmark::DoNotOptimize(image->jpegRepresentation(factor));
+    time += processorTime(CLOCK_PROCESS_CPUTIME_ID) - before;
+    std::this_thread::sleep_until(next += std::chrono::milliseconds(33));
+  }
+  return time / pictureCount;
+}
+
+/// What a new process that ran this program says last, which is not its log.
+double memoryOfProcessAfter(int count) {
+  const std::string self = std::filesystem::read_symlink("/proc/self/exe").string();
+  const std::string command = "'" + self + "' --memory-after " + std::to_string(count);
+  const std::unique_ptr<FILE, decltype(&pclose)> output(popen(command.c_str(), "r"), pclose);
+  std::array<char, 256> line{};
+  double bytes = 0;
+  while (output && std::fgets(line.data(), line.size(), output.get()) != nullptr) {
+    bytes = std::strtod(line.data(), nullptr);
+  }
+  return bytes;
+}
+
+}  // namespace
+
+double memoryAfter(int pictures) {
+  const Bitmap bitmap = desktop(320, 180);
+  Stream stream(bitmap.width);
+  for (int i = 0; i < pictures; ++i) {
+    stream.sender->send(picture(bitmap), {}, static_cast<std::uint64_t>(i), true, factor);
+    static_cast<void>(stream.viewer->await());
+  }
+  return static_cast<double>(test::residentBytes());
+}
+
+void addStreaming() {
+  addLatency();
+  compareFigures("sender, CPU time of a 1920x1080 picture, 30 a second", Unit::nanoseconds, 1.15,
+                 sendAlone, encodeAlone);
+  compareFigures(
+      "memory of sender and receiver after 10,000 pictures, beside 100", Unit::bytes, 1,
+      [](benchmark::State&) { return memoryOfProcessAfter(10000); },
+      [](benchmark::State&) { return memoryOfProcessAfter(100); });
+}
+
+}  // namespace tarnwick::benchmarks
