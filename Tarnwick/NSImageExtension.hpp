@@ -5,7 +5,7 @@
 #include "Tarnwick/Platform/Geometry.hpp"
 #include "Tarnwick/Platform/NSImage.hpp"
 
-namespace tarnwick {
+namespace [[gnu::visibility("default")]] tarnwick {
 
 /// A new image of exactly the rectangle's size that holds this region of `image`, which is given in
 /// its logical units from the top left. What lies outside the image stays transparent. A size that

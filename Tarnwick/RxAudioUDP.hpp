@@ -14,17 +14,17 @@
 #include "Tarnwick/RxResponse.hpp"
 #include "Tarnwick/UDPServer.hpp"
 
-namespace tarnwick {
+namespace [[gnu::visibility("default")]] tarnwick {
 
 /// What an application is told of an audio stream. The call may not throw.
 class RxAudioUDPDelegate {
  public:
   virtual ~RxAudioUDPDelegate() = default;
 
-  /// A recording is complete; its bytes are the application's. Called on a thread of the receiver's
-  /// operation queue, one call at a time, in the order in which the recordings became complete;
-  /// recordings complete by then may still come after endOperation(). A recording with the number 0
-  /// never comes.
+  /// A recording is complete; its bytes are the application's, and `recorded` is the number that
+  /// the peer gave it. Called on a thread of the receiver's operation queue, one call at a time, in
+  /// the order in which the recordings became complete; recordings complete by then may still come
+  /// after endOperation(). A recording with the number 0 never comes.
   virtual void audioReceived(std::int64_t recorded, Data data) = 0;
 };
 
@@ -43,8 +43,9 @@ class RxAudioUDP final : public UDPServerDelegate, public std::enable_shared_fro
   };
 
  public:
-  /// Binds `port`. `name` labels the log lines; `bufferSize` is the longest datagram in bytes, at
-  /// most 65500; the delegate, null for none, is held strongly. Throws UDPError as
+  /// Binds `port`. `name` labels the log lines; `bufferSize` is the longest datagram in bytes, to
+  /// which longer ones are cut: more than 65500 counts as that, and with less than 1 the first
+  /// datagram stops the process. The delegate, null for none, is held strongly. Throws UDPError as
   /// UDPServer::create().
   [[nodiscard]] static std::shared_ptr<RxAudioUDP> create(
       std::string name, std::uint16_t port, std::int64_t bufferSize,

@@ -16,7 +16,7 @@
 #include "Tarnwick/RxResponse.hpp"
 #include "Tarnwick/UDPServer.hpp"
 
-namespace tarnwick {
+namespace [[gnu::visibility("default")]] tarnwick {
 
 /// What an application is told of an image stream. The call may not throw.
 class RxImageUDPDelegate {
@@ -49,8 +49,9 @@ class RxImageUDP final : public UDPServerDelegate, public std::enable_shared_fro
   };
 
  public:
-  /// Binds `port`. `name` labels the log lines; `bufferSize` is the longest datagram in bytes, at
-  /// most 65500; the delegate, null for none, is held strongly. Throws UDPError as
+  /// Binds `port`. `name` labels the log lines; `bufferSize` is the longest datagram in bytes, to
+  /// which longer ones are cut: more than 65500 counts as that, and with less than 1 the first
+  /// datagram stops the process. The delegate, null for none, is held strongly. Throws UDPError as
   /// UDPServer::create().
   [[nodiscard]] static std::shared_ptr<RxImageUDP> create(
       std::string name, std::uint16_t port, std::int64_t bufferSize,

@@ -9,7 +9,7 @@
 #include "Tarnwick/Platform/Data.hpp"
 #include "Tarnwick/RxAudioFrame.hpp"
 
-namespace tarnwick {
+namespace [[gnu::visibility("default")]] tarnwick {
 
 /// Turns a complete buffer into the bytes of a recording with its number. The result is there when
 /// the operation is finished, and belongs to the completion block; a cancelled operation has none.
@@ -19,6 +19,8 @@ class RxStreamAudioOperation final : public BaseStreamOperation {
   explicit RxStreamAudioOperation(std::shared_ptr<RxAudioFrame> frame) : frame_(std::move(frame)) {}
   RxStreamAudioOperation() = delete;
 
+  /// Merges the buffer and stores the result, unless the operation was cancelled. Called on the
+  /// queue's thread.
   void main() override;
 
  private:

@@ -10,7 +10,7 @@
 #include "Tarnwick/Platform/NSImage.hpp"
 #include "Tarnwick/RxImageFrame.hpp"
 
-namespace tarnwick {
+namespace [[gnu::visibility("default")]] tarnwick {
 
 /// Turns a complete buffer into an image with its bounds. The result is there when the operation is
 /// finished, and belongs to the completion block; a cancelled operation has none.
@@ -20,6 +20,8 @@ class RxStreamImageOperation final : public BaseStreamOperation {
   explicit RxStreamImageOperation(std::shared_ptr<RxImageFrame> frame) : frame_(std::move(frame)) {}
   RxStreamImageOperation() = delete;
 
+  /// Merges the buffer and stores the result, unless the operation was cancelled. Called on the
+  /// queue's thread.
   void main() override;
 
  private:

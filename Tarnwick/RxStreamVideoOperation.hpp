@@ -9,7 +9,7 @@
 #include "Tarnwick/Platform/Data.hpp"
 #include "Tarnwick/RxVideoFrame.hpp"
 
-namespace tarnwick {
+namespace [[gnu::visibility("default")]] tarnwick {
 
 /// Turns a complete buffer into the bytes of a video frame with its number. The result is there
 /// when the operation is finished, and belongs to the completion block; a cancelled operation has
@@ -20,6 +20,8 @@ class RxStreamVideoOperation final : public BaseStreamOperation {
   explicit RxStreamVideoOperation(std::shared_ptr<RxVideoFrame> frame) : frame_(std::move(frame)) {}
   RxStreamVideoOperation() = delete;
 
+  /// Merges the buffer and stores the result, unless the operation was cancelled. Called on the
+  /// queue's thread.
   void main() override;
 
  private:

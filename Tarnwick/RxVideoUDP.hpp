@@ -14,22 +14,25 @@
 #include "Tarnwick/RxVideoFrame.hpp"
 #include "Tarnwick/UDPServer.hpp"
 
-namespace tarnwick {
+namespace [[gnu::visibility("default")]] tarnwick {
 
 /// What an application is told of a video stream. None of the calls may throw.
 class RxVideoUDPDelegate {
  public:
   virtual ~RxVideoUDPDelegate() = default;
 
-  /// The peer said "start" or "stop". Called on the receive thread, which reads nothing before the
-  /// call returns; one call that was under way may still come after endOperation(). Not in order
-  /// with the frames, which take another road and may come at the same time.
+  /// The peer said "start". Called on the receive thread, which reads nothing before the call
+  /// returns; one call that was under way may still come after endOperation(). Not in order with
+  /// the frames, which take another road and may come at the same time.
   virtual void videoStarted() = 0;
+
+  /// The peer said "stop". Called likewise.
   virtual void videoStopped() = 0;
 
-  /// A frame is complete; its bytes are the application's. Called on a thread of the receiver's
-  /// operation queue, one call at a time, in the order in which the frames became complete; frames
-  /// complete by then may still come after endOperation().
+  /// A frame is complete; its bytes are the application's, and `frameID` is the number that the
+  /// peer gave it. Called on a thread of the receiver's operation queue, one call at a time, in the
+  /// order in which the frames became complete; frames complete by then may still come after
+  /// endOperation().
   virtual void videoFrameReceived(std::int64_t frameID, Data data) = 0;
 };
 
@@ -42,15 +45,16 @@ class RxVideoUDPDelegate {
 ///
 ///     start                          answered "video|started"; drops the frame in progress
 ///     videoframe|NUMBER|LABEL|SIZE   then SIZE bytes in datagrams; the label is not read
-///     stop                           answered "video|stopped"
+///     stop                           answered "video|stopped"; the frame in progress goes on
 class RxVideoUDP final : public UDPServerDelegate, public std::enable_shared_from_this<RxVideoUDP> {
   struct Private {
     explicit Private() = default;
   };
 
  public:
-  /// Binds `port`. `name` labels the log lines; `bufferSize` is the longest datagram in bytes, at
-  /// most 65500; the delegate, null for none, is held strongly. Throws UDPError as
+  /// Binds `port`. `name` labels the log lines; `bufferSize` is the longest datagram in bytes, to
+  /// which longer ones are cut: more than 65500 counts as that, and with less than 1 the first
+  /// datagram stops the process. The delegate, null for none, is held strongly. Throws UDPError as
   /// UDPServer::create().
   [[nodiscard]] static std::shared_ptr<RxVideoUDP> create(
       std::string name, std::uint16_t port, std::int64_t bufferSize,

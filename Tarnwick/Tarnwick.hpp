@@ -3,6 +3,13 @@
 /// \file
 /// Everything that an application needs: receivers and senders, and the platform beneath them.
 
+/// \namespace tarnwick
+/// All that Tarnwick declares.
+
+#if __cplusplus < 202002L
+#error "Tarnwick needs C++20: compile with -std=c++20 or later"
+#endif
+
 #include "Tarnwick/BaseStreamOperation.hpp"
 #include "Tarnwick/CGRectExtension.hpp"
 #include "Tarnwick/ImagePacket.hpp"

@@ -11,14 +11,16 @@
 #include "Tarnwick/Platform/NSOperationQueue.hpp"
 #include "Tarnwick/UDPClient.hpp"
 
-namespace tarnwick {
+namespace [[gnu::visibility("default")]] tarnwick {
 
 /// Sends images of a screen to one peer over UDP/IPv4. Images are encoded one at a time on a thread
-/// of the sender's own, in the order in which they were given. Any thread may call any member but
-/// where a call says that it waits. It lives until the process ends.
+/// of the sender's own, in the order in which they were given. Any thread may call any member. It
+/// lives until the process ends.
 ///
 /// An image leaves at once when its file fits one datagram. The rest of a larger one leaves while
-/// something is queued behind it: send another image, however small, after it.
+/// something is queued behind it: send another image, however small, after it. At most about a
+/// thousand datagrams leave a second. The queue holds 100 messages, two an image, and the next one
+/// empties it: so send no faster.
 class TxImageUDP final : public UDPClientDelegate {
   struct Private {
     explicit Private() = default;
@@ -39,16 +41,19 @@ class TxImageUDP final : public UDPClientDelegate {
   TxImageUDP& operator=(const TxImageUDP&) = delete;
 
   /// Starts sending, says "starting" to the peer and waits up to one second for an answer, which
-  /// changes nothing. Throws UDPError::alreadyInProgress while it sends, and std::system_error when
-  /// no thread can be started.
+  /// changes nothing and which an image receiver does not give. Throws UDPError::alreadyInProgress
+  /// while it sends, and std::system_error when no thread can be started.
   void beginOperation();
 
-  /// Drops what has not begun to leave, says "End" to the peer and stops. Waits for two seconds; do
-  /// not call it from a thread that sends.
+  /// Cancels the images that wait to be encoded; drops, after one second, what has not begun to
+  /// leave; says "End" to the peer and stops after another second. Returns then; do not call it
+  /// from a thread that sends.
   void endOperation();
 
-  /// Whether the stream was begun and not ended. Nothing here depends on it, so it may be set.
+  /// Whether the stream was begun and not ended; no sign that anybody listens.
   [[nodiscard]] bool isActive() const { return isActive_; }
+
+  /// Sets it; nothing here depends on it.
   void setIsActive(bool isActive) { isActive_ = isActive; }
 
   /// Queues an image and returns at once, also before beginOperation(). `rect` is what it shows of
@@ -56,7 +61,8 @@ class TxImageUDP final : public UDPClientDelegate {
   /// (`fullScreen`); `frame` is the caller's number for the log; `compression` runs from 0.0, the
   /// smallest file, to 1.0, the best picture. Nobody may change the image from now on. A null image
   /// or one without a bitmap stops the process, on the sender's thread, as does a rectangle to be
-  /// sent that does not fit integers.
+  /// sent that does not fit integers. Throws std::system_error when that thread cannot be started;
+  /// the image then waits for the next call.
   void send(std::shared_ptr<NSImage> image, const CGRect& rect, std::uint64_t frame,
             bool fullScreen, float compression);
 

@@ -9,7 +9,7 @@
 #include "Tarnwick/ImagePacket.hpp"
 #include "Tarnwick/UDPClient.hpp"
 
-namespace tarnwick {
+namespace [[gnu::visibility("default")]] tarnwick {
 
 /// Sends one image: encodes it as JPEG, queues the text that announces it and then its bytes on the
 /// client, whose business they are from there on. Encoding that gives nothing sends nothing. An
@@ -26,11 +26,12 @@ class TxStreamImageOperation final : public BaseStreamOperation {
   /// integers is a fatal error, unless the image is the full screen. Any thread may call it.
   [[nodiscard]] static std::string header(const ImagePacket& image, std::size_t size);
 
+  /// Encodes and queues, unless the operation was cancelled. Called on the queue's thread.
   void main() override;
 
-  const ImagePacket packet;
-  const std::shared_ptr<UDPClient> client;
-  const float compression;
+  const ImagePacket packet;                 ///< what is sent
+  const std::shared_ptr<UDPClient> client;  ///< the endpoint that sends it
+  const float compression;                  ///< the compression factor
 };
 
 }  // namespace tarnwick

@@ -16,7 +16,7 @@
 #include "Tarnwick/Platform/Mutex.hpp"
 #include "Tarnwick/Platform/RunFlag.hpp"
 
-namespace tarnwick {
+namespace [[gnu::visibility("default")]] tarnwick {
 
 /// Told of each datagram that comes back to a sending endpoint.
 class UDPClientDelegate {
@@ -30,13 +30,15 @@ class UDPClientDelegate {
 };
 
 /// An endpoint that sends to one peer over UDP/IPv4. Messages wait on a queue; once begun, a thread
-/// of its own makes about a thousand passes a second, each of which sends one datagram and polls
-/// for one reply. The thread keeps the endpoint alive until it ends. Any thread may call any
+/// of its own makes at most about a thousand passes a second, each of which sends one datagram and
+/// polls for one reply. The thread keeps the endpoint alive until it ends. Any thread may call any
 /// member.
 ///
 /// A message longer than `bufferLimit` leaves as several datagrams, but only while another message
 /// waits behind it: the queue is what drives the passes, and a peer relies on the order alone. So
 /// keep each message within the limit, or queue another one after it.
+///
+/// Whoever replies is the peer from then on: what follows is sent there.
 class UDPClient final : public std::enable_shared_from_this<UDPClient> {
   struct Private {
     explicit Private() = default;
@@ -44,20 +46,26 @@ class UDPClient final : public std::enable_shared_from_this<UDPClient> {
 
  public:
   /// Aims at a peer, whose address is text as inet_aton(3) takes it: host names are not looked up.
-  /// `name` labels the log lines. `bufferSize` is the longest datagram in bytes: more than 65500
-  /// counts as that, and less than 1 sends empty datagrams. The delegate, null for none, is held
-  /// strongly. Throws UDPError: noSocket, setupForNonBlocking, badAddress or threadLock. A socket
-  /// that is not begun, or of a failed call, stays open until the process ends.
+  /// `name` labels the log lines. Throws UDPError: noSocket, setupForNonBlocking, badAddress or
+  /// threadLock. A socket that is not begun, or of a failed call, stays open until the process
+  /// ends.
   [[nodiscard]] static std::shared_ptr<UDPClient> create(std::string name,
                                                          const std::string& serverIPAddress,
                                                          std::uint16_t serverPort);
+
+  /// The same with a delegate, null for none, which is held strongly.
   [[nodiscard]] static std::shared_ptr<UDPClient> create(
       std::string name, const std::string& serverIPAddress, std::uint16_t serverPort,
       std::shared_ptr<UDPClientDelegate> delegate);
+
+  /// The same with the longest datagram in bytes: more than 65500 counts as that, and less than 1
+  /// sends empty datagrams.
   [[nodiscard]] static std::shared_ptr<UDPClient> create(std::string name,
                                                          const std::string& serverIPAddress,
                                                          std::uint16_t serverPort,
                                                          std::int64_t bufferSize);
+
+  /// The same with both.
   [[nodiscard]] static std::shared_ptr<UDPClient> create(
       std::string name, const std::string& serverIPAddress, std::uint16_t serverPort,
       std::int64_t bufferSize, std::shared_ptr<UDPClientDelegate> delegate);
@@ -77,27 +85,34 @@ class UDPClient final : public std::enable_shared_from_this<UDPClient> {
   /// that wait. Returns at once.
   void endOperation();
 
-  /// Queues a message and returns at once, also before beginOperation(). Text that is not valid
-  /// UTF-8 is dropped. A queue that holds 100 messages is emptied first: what is newest counts.
+  /// Queues a text and returns at once, also before beginOperation(); one that is not valid UTF-8
+  /// is dropped. A queue that holds 100 messages is emptied first: what is newest counts.
   void send(std::string_view message);
+
+  /// Queues bytes likewise.
   void send(Data data);
 
   /// Queues a text and waits up to one second for the next reply, from whomever; then calls
   /// `completion`, before it returns, with the reply or with none. A second reply that comes
-  /// while a call lasts is kept, and answers the next call at once.
-  /// `completion` must not be empty, and must not throw.
+  /// while a call lasts is kept, and answers the next call at once. `completion` must not be empty,
+  /// and must not throw. Not for receivedResponse(), on whose thread no reply can come meanwhile.
   void send(std::string_view message, const std::function<void(std::optional<Data>)>& completion);
 
   /// Drops the messages that wait; not the rest of one that has begun to leave.
   void resetMessageQueue();
 
-  /// The longest datagram in bytes; more than 65500, or less than nothing, may be set here.
-  /// Lowering takes effect with the next datagram, raising above the size that the send thread
-  /// began with does not. What UDP cannot carry fails, and is tried again for ever.
+  /// The longest datagram in bytes: 65500 unless set.
   [[nodiscard]] std::int64_t bufferLimit() const { return bufferLimit_; }
+
+  /// Sets it, to more than 65500 or less than nothing, too. Lowering takes effect with the next
+  /// datagram, raising above the size that the send thread began with does not. What UDP cannot
+  /// carry fails, and is tried again for ever.
   void setBufferLimit(std::int64_t limit) { bufferLimit_ = limit; }
 
+  /// The label of the log lines.
   [[nodiscard]] std::string name() const;
+
+  /// Labels the log lines that follow.
   void setName(std::string name);
 
  private:

@@ -7,14 +7,22 @@
 #include <string>
 #include <system_error>
 
-namespace tarnwick {
+namespace [[gnu::visibility("default")]] tarnwick {
 
 /// The texts that an error may offer to a person. All are absent unless overridden.
 struct LocalizedError {
   virtual ~LocalizedError() = default;
+
+  /// What went wrong.
   [[nodiscard]] virtual std::optional<std::string> errorDescription() const { return {}; }
+
+  /// Why.
   [[nodiscard]] virtual std::optional<std::string> failureReason() const { return {}; }
+
+  /// What to do about it.
   [[nodiscard]] virtual std::optional<std::string> recoverySuggestion() const { return {}; }
+
+  /// Where to read more.
   [[nodiscard]] virtual std::optional<std::string> helpAnchor() const { return {}; }
 
  protected:
@@ -27,6 +35,7 @@ struct LocalizedError {
 /// running endpoint is never thrown. A value like any other: compare it, copy it, hash it.
 class UDPError final : public std::exception, public LocalizedError {
  public:
+  /// What went wrong. The raw values run upward by one.
   enum Case : std::int64_t {
     noSocket = -999,      ///< the system gave no socket
     bindSocket,           ///< the port is taken, or not ours to take
@@ -41,6 +50,8 @@ class UDPError final : public std::exception, public LocalizedError {
 
   /// The error with this raw value; absent when there is none.
   [[nodiscard]] static std::optional<UDPError> fromRawValue(std::int64_t rawValue) noexcept;
+
+  /// The number of the case.
   [[nodiscard]] std::int64_t rawValue() const noexcept { return case_; }
 
   /// What went wrong, in one English phrase. The texts of LocalizedError stay absent.
@@ -52,6 +63,7 @@ class UDPError final : public std::exception, public LocalizedError {
   /// The same text as localizedDescription().
   [[nodiscard]] const char* what() const noexcept override;
 
+  /// Equal when the case is.
   friend bool operator==(const UDPError& left, const UDPError& right) noexcept {
     return left.case_ == right.case_;
   }

@@ -13,7 +13,7 @@
 #include "Tarnwick/Platform/Mutex.hpp"
 #include "Tarnwick/Platform/RunFlag.hpp"
 
-namespace tarnwick {
+namespace [[gnu::visibility("default")]] tarnwick {
 
 /// Asked for a reply to each datagram that an endpoint has received.
 class UDPServerDelegate {
@@ -22,8 +22,8 @@ class UDPServerDelegate {
 
   /// Called on the receive thread after a datagram was queued, one call at a time; the next one is
   /// not read before it returns. It fetches the datagram with UDPServer::recieve(), and returns the
-  /// bytes to send back to its sender, if any. It must not throw. After endOperation() one call
-  /// more, which was under way, may come.
+  /// bytes to send back to its sender, if any; a reply that the system refuses to send is dropped.
+  /// It must not throw. After endOperation() one call more, which was under way, may come.
   [[nodiscard]] virtual std::optional<Data> processMessageForResponse() = 0;
 };
 
@@ -36,14 +36,17 @@ class UDPServer final : public std::enable_shared_from_this<UDPServer> {
   };
 
  public:
-  /// Binds `port`; nothing is read before beginOperation(). `name` labels the log lines.
-  /// `bufferSize` is the longest datagram in bytes, at most 65500: what is longer is cut to it. The
-  /// delegate, null for none, is held strongly. Throws UDPError: noSocket, setupForNonBlocking,
-  /// bindSocket or threadLock. A socket that is not begun, or of a failed call, stays open until
-  /// the process ends.
+  /// Binds `port`; nothing is read before beginOperation(). `name` labels the log lines. Throws
+  /// UDPError: noSocket, setupForNonBlocking, bindSocket or threadLock. A socket that is not begun,
+  /// or of a failed call, stays open until the process ends.
   [[nodiscard]] static std::shared_ptr<UDPServer> create(std::string name, std::uint16_t port);
+
+  /// The same with a delegate, null for none, which is held strongly.
   [[nodiscard]] static std::shared_ptr<UDPServer> create(
       std::string name, std::uint16_t port, std::shared_ptr<UDPServerDelegate> delegate);
+
+  /// The same with the longest datagram in bytes, to which longer ones are cut. More than 65500
+  /// counts as that, and less than 1 leaves no byte of any.
   [[nodiscard]] static std::shared_ptr<UDPServer> create(
       std::string name, std::uint16_t port, std::int64_t bufferSize,
       std::shared_ptr<UDPServerDelegate> delegate);
@@ -67,13 +70,17 @@ class UDPServer final : public std::enable_shared_from_this<UDPServer> {
   /// Drops every queued datagram.
   void clearRxQueue();
 
-  /// The longest datagram read, in bytes; more than 65500, or less than nothing, may be set here.
-  /// Lowering takes effect with the next datagram, raising above the size that the receive thread
-  /// began with does not.
+  /// The longest datagram read, in bytes: 65500 unless set.
   [[nodiscard]] std::int64_t bufferLimit() const { return bufferLimit_; }
+
+  /// Sets it, to more than 65500 or less than nothing, too. Lowering takes effect with the next
+  /// datagram, raising above the size that the receive thread began with does not.
   void setBufferLimit(std::int64_t limit) { bufferLimit_ = limit; }
 
+  /// The label of the log lines.
   [[nodiscard]] std::string name() const;
+
+  /// Labels the log lines that follow.
   void setName(std::string name);
 
   /// Closed to others, who call create().

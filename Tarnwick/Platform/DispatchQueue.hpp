@@ -8,7 +8,7 @@
 
 #include "Tarnwick/Platform/Mutex.hpp"
 
-namespace tarnwick {
+namespace [[gnu::visibility("default")]] tarnwick {
 
 template <typename Value>
 class NeverDestroyed;

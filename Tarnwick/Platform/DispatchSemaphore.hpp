@@ -6,7 +6,7 @@
 
 #include "Tarnwick/Platform/Mutex.hpp"
 
-namespace tarnwick {
+namespace [[gnu::visibility("default")]] tarnwick {
 
 /// A counting semaphore that starts at zero. Any thread may call any member. (The standard
 /// library's own can, in the releases in use, sleep through a signal that arrives while it begins

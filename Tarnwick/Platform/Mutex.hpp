@@ -17,7 +17,7 @@
 #define TARNWICK_ACQUIRE(...) TARNWICK_ANNOTATION(acquire_capability(__VA_ARGS__))
 #define TARNWICK_RELEASE(...) TARNWICK_ANNOTATION(release_capability(__VA_ARGS__))
 
-namespace tarnwick {
+namespace [[gnu::visibility("default")]] tarnwick {
 
 /// A POSIX mutex with default attributes. Its initialisation may fail; who can report that asks
 /// `isUsable()` before the first use. Lock it through MutexLock, for few lines.

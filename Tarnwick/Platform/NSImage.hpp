@@ -8,11 +8,14 @@
 #include "Tarnwick/Platform/Geometry.hpp"
 #include "Tarnwick/Platform/Mutex.hpp"
 
-namespace tarnwick {
+namespace [[gnu::visibility("default")]] tarnwick {
 
 /// How an image is meant to fill an area larger than itself. Kept for whoever draws it; the
 /// framework's own drawing does not look at it.
-enum class ResizingMode { tile = 0, stretch = 1 };
+enum class ResizingMode {
+  tile = 0,     ///< repeated
+  stretch = 1,  ///< enlarged; what an image has until it is set
+};
 
 /// A picture: pixels, and a logical size which they fill. Shared by std::shared_ptr. Not locked:
 /// any number of threads may read an image at a time, or one thread may change it.
@@ -26,18 +29,24 @@ class NSImage final {
   /// that is empty, negative, not finite or over the pixel limit gives an image without bitmap.
   [[nodiscard]] static std::shared_ptr<NSImage> create(const CGSize& size);
 
-  /// The image in a JPEG or PNG file, a unit a pixel. Null when the bytes are no complete image.
+  /// The image in a JPEG or PNG file, a unit a pixel. Null when the bytes are no complete image, or
+  /// one over the pixel limit.
   [[nodiscard]] static std::shared_ptr<NSImage> fromData(const Data& encoded);
 
   /// An image of these pixels, a unit a pixel. Null when a side is not positive or the pixels do
   /// not match the sides.
   [[nodiscard]] static std::shared_ptr<NSImage> fromBitmap(Bitmap bitmap);
 
-  /// The logical size. Setting it leaves the pixels as they are.
+  /// The logical size.
   [[nodiscard]] CGSize size() const { return size_; }
+
+  /// Sets it, and leaves the pixels as they are.
   void setSize(const CGSize& size) { size_ = size; }
 
+  /// How the image is meant to fill an area larger than itself.
   [[nodiscard]] ResizingMode resizingMode() const { return resizingMode_; }
+
+  /// Sets it.
   void setResizingMode(ResizingMode mode) { resizingMode_ = mode; }
 
   /// The pixels; null when there are none. Valid as long as the image is, and not drawn into.

@@ -5,7 +5,7 @@
 
 #include "Tarnwick/Platform/NSOperation.hpp"
 
-namespace tarnwick {
+namespace [[gnu::visibility("default")]] tarnwick {
 
 /// Runs operations on threads of its own, begun in the order in which they were added. An
 /// operation's place is taken from its main() until it has reported itself finished, its completion
@@ -14,6 +14,7 @@ namespace tarnwick {
 /// anywhere, a completion block included: operations that wait still run.
 class NSOperationQueue {
  public:
+  /// Empty, and with one operation a processor at once.
   NSOperationQueue();
   ~NSOperationQueue();
   NSOperationQueue(const NSOperationQueue&) = delete;
@@ -23,8 +24,8 @@ class NSOperationQueue {
   /// setting, means one a processor. Throws as addOperation() does.
   void setMaxConcurrentOperationCount(std::int64_t count);
 
-  /// Adds an operation, which belongs to this queue alone. Throws std::system_error when a thread
-  /// is needed and cannot be started; the operation then waits for the next call.
+  /// Adds an operation, not null, which belongs to this queue alone. Throws std::system_error when
+  /// a thread is needed and cannot be started; the operation then waits for the next call.
   void addOperation(std::shared_ptr<NSOperation> operation);
 
   /// Cancels the operations that wait and those that run. They stay on the queue and finish in

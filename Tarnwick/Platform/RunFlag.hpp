@@ -4,7 +4,7 @@
 #include <cstdint>
 #include <optional>
 
-namespace tarnwick {
+namespace [[gnu::visibility("default")]] tarnwick {
 
 /// The running flag of an endpoint that starts a thread for each run. A thread asks whether the run
 /// it was started for still goes on, so that one whose run was ended stops for good, also when the
