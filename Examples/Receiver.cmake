@@ -1,0 +1,6 @@
+cmake_minimum_required(VERSION 3.25)
+project(receiver LANGUAGES CXX)
+find_package(Tarnwick 0.1 REQUIRED)
+add_executable(receiver Receiver.cpp)
+target_link_libraries(receiver PRIVATE Tarnwick::Tarnwick)
+install(TARGETS receiver)
