@@ -1,5 +1,10 @@
 #include <gtest/gtest.h>
 
+#include <array>
+#include <fstream>
+#include <sstream>
+#include <tuple>
+
 #include "Tests/Stream.hpp"
 
 namespace tarnwick::test {
@@ -20,163 +25,163 @@ struct Running {
 };
 
 using Params = std::vector<std::string>;
-const std::optional<Params> none;
 
-/// A small PNG file, the text that announces it, and what the application is told of it.
-const Data pictureFile = NSImage::create({3, 2})->pngRepresentation().value();
-const std::string pictureSize = std::to_string(pictureFile.size());
-Object pictureIn(std::optional<CGRect> bounds) { return {label(bounds), Data(24)}; }
+// --- What Documentation/Protocol.md shows ---
 
-// --- Classification ---
+/// The lines of a table that are no comment, each as so many words; the last is the line's rest.
+std::vector<std::vector<std::string>> rows(const std::string& table, std::size_t wordCount) {
+  std::vector<std::vector<std::string>> rows;
+  std::ifstream file(TARNWICK_VECTORS "/" + table + ".txt");
+  for (std::string line; std::getline(file, line);) {
+    if (line.empty() || line.starts_with('#')) continue;
+    std::istringstream text(line);
+    auto& row = rows.emplace_back(wordCount);
+    for (std::size_t i = 0; i + 1 < wordCount; ++i) text >> row[i];
+    std::getline(text >> std::ws, row.back());
+  }
+  EXPECT_FALSE(rows.empty()) << table;
+  return rows;
+}
 
-struct Row {
-  std::string datagram;
-  RxResponse response;
-  std::optional<Params> params;
-  bool keepsPayload;
-};
+/// The bytes that a word stands for: \xHH for one, C{N} for N times the one before, - for none.
+Data content(std::string_view word) {
+  Data data;
+  if (word == "-") return data;
+  while (!word.empty()) {
+    std::size_t length = 1;
+    if (word.starts_with("\\x")) {
+      length = 4;
+      data.push_back(static_cast<std::uint8_t>(std::stoi(std::string(word, 2, 2), nullptr, 16)));
+    } else if (word.front() == '{') {
+      length = word.find('}') + 1;
+      const std::uint8_t repeated = data.back();
+      data.resize(data.size() - 1 + std::stoul(std::string(word.substr(1))), repeated);
+    } else {
+      data.push_back(static_cast<std::uint8_t>(word.front()));
+    }
+    word.remove_prefix(length);
+  }
+  return data;
+}
+
+std::optional<RxResponse> responseNamed(std::string_view name) {
+  constexpr std::array<std::string_view, 11> names{"Bounds", "Default",    "OK",     "Pin",
+                                                   "Start",  "Stop",       "Size",   "Wave",
+                                                   "Audio",  "VideoFrame", "Unknown"};
+  const auto rawValue = std::find(names.begin(), names.end(), name) - names.begin();
+  return rxResponseFromRawValue(static_cast<std::uint8_t>(rawValue));
+}
+
+/// What stands on standard error when the process stops; absent when it does not.
+std::optional<std::string> failure(const std::string& outcome) {
+  if (!outcome.starts_with("fatal: ")) return std::nullopt;
+  return "Fatal error: " + outcome.substr(7) + "\n";
+}
 
 template <typename Receiver>
-void expectRows(const std::vector<Row>& rows) {
-  for (const Row& row : rows) {
-    const Data datagram = bytes(row.datagram);
-    const RxMessage expected{row.keepsPayload ? std::optional(datagram) : std::nullopt, row.params,
-                             row.response};
-    EXPECT_EQ(Receiver::classify(datagram), expected) << row.datagram;
+void expectAnswers(const char* table) {
+  Running<Receiver> running;
+  for (const auto& row : rows(table, 5)) {
+    SCOPED_TRACE(row[0]);
+    const Data datagram = content(row[0]);
+    if (const auto response = responseNamed(row[1])) {
+      RxMessage expected{std::nullopt, std::nullopt, *response};
+      if (row[2] != "-") {
+        auto& params = expected.params.emplace();
+        for (const auto param : split(row[2], ",")) {
+          params.emplace_back(characters(content(param)));
+        }
+      }
+      if (row[3] == "kept") expected.payload = datagram;
+      EXPECT_EQ(Receiver::classify(datagram), expected);
+    }
+    if (failure(row[4])) continue;
+    running.peer.sendBytes(datagram);
+    if (row[4] == "-") continue;
+    EXPECT_EQ(running.peer.hear(), content(row[4]));
+  }
+  EXPECT_TRUE(running.peer.hearsNothing());
+}
+
+TEST(Protocol, ClassifiesAndAnswers) {
+  expectAnswers<RxVideoUDP>("video");
+  expectAnswers<RxImageUDP>("image");
+  expectAnswers<RxAudioUDP>("audio");
+}
+
+template <typename Receiver>
+void expectFailures(const char* table) {
+  for (const auto& row : rows(table, 5)) {
+    if (!failure(row[4])) continue;
+    const auto hear = [&row] {
+      Running<Receiver> running;
+      running.peer.sendBytes(content(row[0]));
+      running.application->objects.await();
+    };
+    EXPECT_DEATH(hear(), *failure(row[4])) << row[0];
   }
 }
 
-TEST(Protocol, NumbersItsResponses) {
-  EXPECT_EQ(rxResponseFromRawValue(0), RxResponse::Bounds);
-  EXPECT_EQ(rxResponseFromRawValue(7), RxResponse::Wave);
-  EXPECT_EQ(rxResponseFromRawValue(10), RxResponse::Unknown);
-  EXPECT_EQ(rxResponseFromRawValue(11), std::nullopt);
-}
-
-TEST(Protocol, ClassifiesVideo) {
-  expectRows<RxVideoUDP>({
-      {"start", RxResponse::Start, none, false},
-      {"START|now", RxResponse::Start, none, false},
-      {"~stop", RxResponse::Stop, none, false},
-      {"videoframe|5|size|1000", RxResponse::VideoFrame, Params{"5", "1000"}, false},
-      {"VideoFrame|7||x|1200~", RxResponse::VideoFrame, Params{"7", "1200"}, false},
-      {"videoframe|5|1000", RxResponse::VideoFrame, none, false},
-      {"videoframe|5|a|1000|b", RxResponse::VideoFrame, none, false},
-      {"starting", RxResponse::Default, none, true},
-      {" start", RxResponse::Default, none, true},
-      {"\xFF|start", RxResponse::Default, none, true},
-      {"start" + std::string(194, '|'), RxResponse::Start, none, false},   // 199 bytes: a text
-      {"start" + std::string(195, '|'), RxResponse::Default, none, true},  // 200: never looked at
-      {std::string(200, '|'), RxResponse::Default, none, true},
-  });
-}
-
-TEST(Protocol, ClassifiesImages) {
-  expectRows<RxImageUDP>({
-      {"pin|5183", RxResponse::Pin, Params{"5183"}, true},
-      {"pin", RxResponse::Default, none, true},
-      {"pin|1|2", RxResponse::Default, none, true},
-      {"Size|48213", RxResponse::Size, Params{"48213"}, true},
-      {"Size|9|Rect|~0~1~1440~900", RxResponse::Size, Params{"9", "0", "1", "1440", "900"}, true},
-      {"size", RxResponse::Default, none, true},
-      {"size|1|2|3", RxResponse::Default, none, true},
-      {"size|1|2|3|4|5|6|7", RxResponse::Default, none, true},
-      {"Starting", RxResponse::Start, none, true},
-      {"END|of|all", RxResponse::Stop, none, true},
-      {"hello", RxResponse::Default, none, false},
-      {std::string(65500, '\0'), RxResponse::Default, none, false},
-      {"\xC3\x28", RxResponse::Default, none, true},
-  });
-}
-
-TEST(Protocol, ClassifiesAudio) {
-  expectRows<RxAudioUDP>({
-      {"wave|1|a|2|b|3", RxResponse::Wave, Params{"1", "2", "3"}, true},
-      {"wave|1|2", RxResponse::Default, none, true},
-      {"recorded|3|x|5000", RxResponse::Audio, Params{"3", "5000"}, false},
-      {"recorded|3|5000", RxResponse::Default, none, true},
-      {"start", RxResponse::Default, none, true},
-      {std::string(300, 'a'), RxResponse::Default, none, true},
-  });
-}
-
-TEST(Protocol, StopsTheProcessAtATextWithoutFields) {
+TEST(Protocol, StopsTheProcess) {
   GTEST_FLAG_SET(death_test_style, "threadsafe");
-  const std::string text = "Fatal error: Index out of range\n";
-  EXPECT_DEATH(std::ignore = RxVideoUDP::classify(Data()), text);
-  EXPECT_DEATH(std::ignore = RxImageUDP::classify(bytes("|~|")), text);
-  EXPECT_DEATH(std::ignore = RxAudioUDP::classify(bytes(std::string(300, '~'))), text);
-  EXPECT_DEATH(
-      {
-        Running<RxImageUDP> image;
-        image.peer.sendBytes({});
-        image.application->objects.await();
-      },
-      text);
+  expectFailures<RxVideoUDP>("video");
+  expectFailures<RxImageUDP>("image");
+  expectFailures<RxAudioUDP>("audio");
 }
 
-TEST(Protocol, ReadsRectangles) {
-  const std::vector<std::pair<Params, std::optional<CGRect>>> rows{
-      {{"1.9", "2", "-3.7", "1e3"}, CGRect{{1, 2}, {-3, 1000}}},
-      {{"16777217", "-0.5", "+4", "1e-60"}, CGRect{{16777216, 0}, {4, 0}}},
-      {{"-9223372036854775808", "0", "0", "0"}, CGRect{{-9223372036854775808.0, 0}, {0, 0}}},
-      {{"a", "2", "3", "4"}, std::nullopt},
-      {{"1", "2", " 3", "4"}, std::nullopt},
-      {{"1", "2", "3"}, std::nullopt},
-      {{"1", "2", "3", "4", "5"}, std::nullopt},
-  };
-  for (const auto& [params, rect] : rows) EXPECT_EQ(makeCGRect(params), rect) << params[0];
+TEST(Protocol, ReadsNumbers) {
+  GTEST_FLAG_SET(death_test_style, "threadsafe");
+  for (const auto& row : rows("numbers", 3)) {
+    SCOPED_TRACE(row[0]);
+    const std::string text(characters(content(row[0])));
+    EXPECT_EQ(parseInteger(text), parseInteger(row[1]));
+    const auto rect = [&text] { return makeCGRect(Params{"1", "2", "3", text}); };
+    if (const auto failing = failure(row[2])) {
+      EXPECT_DEATH(std::ignore = rect(), *failing);
+    } else if (const auto height = parseInteger(row[2])) {
+      EXPECT_EQ(rect(), (CGRect{{1, 2}, {3, static_cast<CGFloat>(*height)}}));
+    } else {
+      EXPECT_EQ(rect(), std::nullopt);
+    }
+  }
+}
+
+template <typename Receiver>
+void expectExchange(const char* table, const char* name) {
+  Running<Receiver> running;
+  for (const auto& row : rows(table, 4)) {
+    if (row[0] != name) continue;
+    SCOPED_TRACE(row[2] + row[3]);
+    const Data datagram = content(row[2]);
+    if (row[1] == ">") {
+      running.peer.sendBytes(datagram);
+    } else if (row[1] == "<") {
+      EXPECT_EQ(running.peer.hear(), datagram);
+    } else {
+      EXPECT_EQ(running.application->objects.await(), Object(row[3], datagram));
+    }
+  }
+  EXPECT_TRUE(running.peer.hearsNothing());
+  EXPECT_TRUE(running.application->objects.isEmpty());
+}
+
+TEST(Protocol, DeliversWhatWasAnnounced) {
+  expectExchange<RxImageUDP>("exchange", "image");
+  expectExchange<RxVideoUDP>("pieces", "video");
+  expectExchange<RxImageUDP>("pieces", "image");
+  expectExchange<RxAudioUDP>("pieces", "audio");
+}
+
+// --- What no datagram brings about ---
+
+TEST(Protocol, ReadsRectanglesOfFourNumbers) {
+  EXPECT_EQ(makeCGRect(Params{"1", "2", "3"}), std::nullopt);
+  EXPECT_EQ(makeCGRect(Params{"1", "2", "3", "4", "5"}), std::nullopt);
   EXPECT_EQ(makeCGRect(std::nullopt), std::nullopt);
 }
 
-TEST(Protocol, StopsTheProcessAtACoordinateThatDoesNotFit) {
-  GTEST_FLAG_SET(death_test_style, "threadsafe");
-  const std::string failure = "Fatal error: Float value cannot be converted to Int because ";
-  const std::vector<std::pair<Params, std::string>> rows{
-      {{"inf", "0", "0", "0"}, "it is either infinite or NaN\n"},
-      {{"a", "nan", "0", "0"}, "it is either infinite or NaN\n"},
-      {{"0", "0", "0", "-9223373136366403584"}, "the result would be less than Int.min\n"},
-      {{"0", "0", "9223372036854775808", "0"}, "the result would be greater than Int.max\n"},
-  };
-  for (const auto& [params, reason] : rows) {
-    EXPECT_DEATH(std::ignore = makeCGRect(params), failure + reason);
-  }
-}
-
-// --- The video receiver ---
-
-// What becomes of objects that are replaced, discarded or corrupt: see Fuzzing/FuzzReceivers.cpp.
-
-TEST(Video, StartsDeliversAndStops) {
-  Running<RxVideoUDP> video;
-  video.peer.sendBytes({1, 2, 3});  // announced by nobody
-  video.peer.say("START");
-  EXPECT_EQ(video.peer.hearText(), "video|started");
-  EXPECT_EQ(video.application->objects.await(), (Object{"started", {}}));
-  video.peer.say("videoframe|1|x|300");
-  video.peer.sendBytes(Data(200, 9));
-  video.peer.sendBytes(Data(100, 8));
-  Data frame(200, 9);
-  frame.resize(300, 8);
-  EXPECT_EQ(video.application->objects.await(), (Object{"1", frame}));
-  video.peer.say("stop");
-  EXPECT_EQ(video.peer.hearText(), "video|stopped");
-  EXPECT_EQ(video.application->objects.await(), (Object{"stopped", {}}));
-}
-
-// --- The image receiver ---
-
-TEST(Image, AnswersPins) {
+TEST(Image, AnswersAPinThatIsNone) {
   Running<RxImageUDP> image;
-  for (const auto& [pin, answer] : {std::pair{"pin|5183", "pin|ok"},
-                                    {"PIN~1234", "pin|rejected"},
-                                    {"pin|05183", "pin|rejected"},
-                                    {"pin|5183 ", "pin|rejected"}}) {
-    image.peer.say(pin);
-    EXPECT_EQ(image.peer.hearText(), answer);
-  }
-  image.peer.say("pin");
-  EXPECT_TRUE(image.peer.hearsNothing());
   const auto answer = [&](std::optional<Params> params) {
     return image.receiver->handleMessage(std::nullopt, std::move(params), RxResponse::Pin);
   };
@@ -185,37 +190,18 @@ TEST(Image, AnswersPins) {
   EXPECT_TRUE(image.receiver->approveConnection("5183"));
 }
 
-TEST(Image, DeliversScreensAndRegions) {
+TEST(Image, LogsAnnouncements) {
   Output output;
   Running<RxImageUDP> image;
-  image.peer.say("size|" + pictureSize);
-  image.peer.sendBytes(pictureFile);
-  EXPECT_EQ(image.application->objects.await(), pictureIn(std::nullopt));
-  for (const char* ignored : {"Size|x|Rect|~0~0~9~9", "Size|9|Rect|~a~0~9~9", "size|1e3"}) {
-    image.peer.say(ignored);
+  for (const char* text : {"Size|x|Rect|~0~0~9~9", "Size|9|Rect|~a~0~9~9", "size|1e3", "size|70",
+                           "Size|9|Rect|~0~-1~1440.9~900"}) {
+    image.peer.say(text);
   }
-  image.peer.say("Size|" + pictureSize + "|Rect|~0~-1~1440.9~900");
-  const auto half = pictureFile.begin() + 9;
-  image.peer.sendBytes({pictureFile.begin(), half});
-  image.peer.sendBytes({half, pictureFile.end()});
-  EXPECT_EQ(image.application->objects.await(), pictureIn(CGRect{{0, -1}, {1440, 900}}));
-  EXPECT_TRUE(output.awaitLine("New full frame with size " + pictureSize));
-  EXPECT_TRUE(output.awaitLine("New frame with size " + pictureSize +
-                               " bounds (0.0, -1.0, 1440.0, 900.0)"));
+  EXPECT_TRUE(output.awaitLine("New full frame with size 70"));
+  EXPECT_TRUE(output.awaitLine("New frame with size 9 bounds (0.0, -1.0, 1440.0, 900.0)"));
   EXPECT_EQ(std::count_if(output.lines().begin(), output.lines().end(),
                           [](const std::string& line) { return line.starts_with("New"); }),
             2);  // and none for what is ignored
-}
-
-// --- The audio receiver ---
-
-TEST(Audio, DeliversRecordingsAndNeverReplies) {
-  Running<RxAudioUDP> audio;
-  for (const char* text : {"recorded|4|x|13", "hello", "wave|1|a|2|b|3", "wave|1|2"}) {
-    audio.peer.say(text);
-  }
-  EXPECT_EQ(audio.application->objects.await(), (Object{"4", bytes("hellowave|1|2")}));
-  EXPECT_TRUE(audio.peer.hearsNothing());
 }
 
 // --- What the three have in common ---
@@ -235,23 +221,13 @@ TEST(Receivers, PassTheErrorsOfTheirEndpoint) {
   EXPECT_TRUE(audio.receiver->isActive());
 }
 
-TEST(Receivers, StopTheProcessAtAnAnnouncementThatIsNone) {
+TEST(Receivers, StopTheProcessAtMissingParameters) {
   GTEST_FLAG_SET(death_test_style, "threadsafe");
-  const auto announce = [](Params params) {
-    const auto video = std::make_shared<Running<RxVideoUDP>>();
-    video->receiver->handleMessage(std::nullopt, std::move(params), RxResponse::VideoFrame);
+  const auto announce = [] {
+    Running<RxVideoUDP> video;
+    video.receiver->handleMessage(std::nullopt, Params{"1"}, RxResponse::VideoFrame);
   };
-  const auto hear = [](auto running, const char* announcement) {
-    running->peer.say(announcement);
-    running->application->objects.await();
-  };
-  const std::string noNumber =
-      "Fatal error: Unexpectedly found nil while unwrapping an Optional value\n";
-  EXPECT_DEATH(announce({"1", "9223372036854775808"}), noNumber);
-  EXPECT_DEATH(announce({"1"}), "Fatal error: Index out of range\n");
-  EXPECT_DEATH(hear(std::make_unique<Running<RxVideoUDP>>(), "videoframe|1|x|3.0"), noNumber);
-  EXPECT_DEATH(hear(std::make_unique<Running<RxVideoUDP>>(), "videoframe|a|x|3"), noNumber);
-  EXPECT_DEATH(hear(std::make_unique<Running<RxAudioUDP>>(), "recorded|x|y|6"), noNumber);
+  EXPECT_DEATH(announce(), "Fatal error: Index out of range\n");
 }
 
 TEST(Receivers, WorkWithoutADelegate) {
