@@ -6,31 +6,6 @@ set -uo pipefail
 sender=$(realpath "$1") receiver=$(realpath "$2") demo=$(realpath "$3")
 seeds=$(realpath "$(dirname "$0")/../Fuzzing/Seeds/FuzzImages")
 . "$(dirname "$0")/Support.sh"
-mkfifo silence
-exec {silence}<>silence # an input that does not end
-
-isSaid() { grep -qs -- "$1" test.log; }
-hasEnded() { ! kill -0 "$process" 2>/dev/null; }
-
-# Starts a receiver on a port of its own; on another one when somebody was faster.
-start() {
-  local command=("$@")
-  for _ in {1..10}; do
-    findPort
-    "${limited[@]}" "${command[@]/PORT/$port}" <&"$silence" &>test.log &
-    process=$!
-    processes+=("$process")
-    waitFor eval 'isSaid "Receive process running" || hasEnded'
-    isSaid taken || return
-  done
-}
-
-endsWith() {
-  local status
-  wait "$process"
-  status=$?
-  ((status == $1))
-}
 
 littleEndian() { # NUMBER BYTES
   local i

@@ -58,3 +58,33 @@ findPort() {
   port=$((16#$port))
   exec {probe}>&-
 }
+
+mkfifo silence
+exec {silence}<>silence # an input that does not end
+
+isSaid() { grep -qs -- "$1" test.log; }
+hasEnded() { ! kill -0 "$process" 2>/dev/null; }
+
+# Starts a receiver on a port of its own, which stands for PORT, and on a second one, if it wants it,
+# for SECOND; on others when somebody was faster. What it says is in test.log.
+start() {
+  local command
+  for _ in {1..10}; do
+    findPort
+    second=$port
+    findPort
+    command=("${@/PORT/$port}")
+    "${limited[@]}" "${command[@]/SECOND/$second}" <&"$silence" &>test.log &
+    process=$!
+    processes+=("$process")
+    waitFor eval 'isSaid "Receive process running" || hasEnded'
+    isSaid 'taken\|bind' || return
+  done
+}
+
+endsWith() {
+  local status
+  wait "$process"
+  status=$?
+  ((status == $1))
+}
