@@ -32,16 +32,17 @@ holdsNoMore() { # PID, and what holdings said before
   echo "process $1 held $2 $3 $4, holds ${now[*]}"
   ((now[0] <= $2 && now[1] <= $3 && now[2] <= $4 + 16000))
 }
-# Kills some and starts them again, many times; the one that is named first, if any, stays.
+# Kills some and starts them again, many times; the one that is named first, if any, stays. After the
+# first time it has surely worked, and holds what it needs for that.
 rounds() { # STAYS|'' KILLED...
   local stays=$1 round before
   shift
-  [[ -z $stays ]] || mapfile -t before < <(holdings "${pids[$stays]}")
   for ((round = 1; round <= rounds; ++round)); do
     sleep "0.$(printf %03d $((RANDOM % 100)))"
     for end in "$@"; do killed "$end"; done
     for end in "$@"; do start "$end"; done
     resumes || fail "round $round: nothing arrives after a restart of: $*"
+    [[ -z $stays || round -gt 1 ]] || mapfile -t before < <(holdings "${pids[$stays]}")
   done
   [[ -z $stays ]] || check waitFor holdsNoMore "${pids[$stays]}" "${before[@]}"
 }
