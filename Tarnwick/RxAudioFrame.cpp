@@ -3,10 +3,16 @@
 #include <utility>
 
 #include "Tarnwick/Platform/Arithmetic.hpp"
+#include "Tarnwick/Platform/DataStore.hpp"
 #include "Tarnwick/Platform/FatalError.hpp"
 #include "Tarnwick/Platform/Log.hpp"
 
 namespace tarnwick {
+
+RxAudioFrame::~RxAudioFrame() {
+  for (Data& chunk : chunks_) DataStore::shared().keep(std::move(chunk));
+  if (buffer_) DataStore::shared().keep(std::move(*buffer_));
+}
 
 void RxAudioFrame::appendChunk(Data data) {
   const std::int64_t end = checkedSum(offset_, std::ssize(data));
@@ -15,7 +21,7 @@ void RxAudioFrame::appendChunk(Data data) {
     isCorrupt = true;
     return;
   }
-  chunks_.emplace_back(std::move(data));
+  chunks_.push_back(std::move(data));
   offset_ = end;
   if (offset_ == size_) isFull = true;
 }
@@ -23,17 +29,18 @@ void RxAudioFrame::appendChunk(Data data) {
 void RxAudioFrame::mergeChunks() {
   if (size_ < 0) fatalError("Arithmetic overflow");
   const auto size = static_cast<std::size_t>(size_);
-  Data& buffer = *buffer_.emplace(DataStore::shared().room(size));
-  for (const StoredData& chunk : chunks_) {
-    buffer.insert(buffer.end(), (*chunk).begin(), (*chunk).end());
+  Data& buffer = buffer_.emplace(DataStore::shared().room(size));
+  for (Data& chunk : chunks_) {
+    buffer.insert(buffer.end(), chunk.begin(), chunk.end());
+    DataStore::shared().keep(std::move(chunk));
   }
   buffer.resize(size);
-  std::vector<StoredData>().swap(chunks_);
+  std::vector<Data>().swap(chunks_);
 }
 
 std::optional<Data> RxAudioFrame::getData() const {
   if (!buffer_ || offset_ != size_ || recorded == 0) return std::nullopt;
-  return **buffer_;
+  return buffer_;
 }
 
 }  // namespace tarnwick

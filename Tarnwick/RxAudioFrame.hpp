@@ -5,7 +5,6 @@
 #include <vector>
 
 #include "Tarnwick/Platform/Data.hpp"
-#include "Tarnwick/Platform/DataStore.hpp"
 
 namespace [[gnu::visibility("default")]] tarnwick {
 
@@ -17,6 +16,10 @@ class RxAudioFrame final {
   /// A recording of `size` bytes, any number, with the number that its sender gave it. Nothing is
   /// allocated for bytes that have not come.
   RxAudioFrame(std::int64_t number, std::int64_t size) : recorded(number), size_(size) {}
+
+  ~RxAudioFrame();
+  RxAudioFrame(RxAudioFrame&&) = default;
+  RxAudioFrame& operator=(RxAudioFrame&&) = default;
 
   /// Takes the next chunk. One that would exceed the size is dropped, logged, and makes the
   /// recording corrupt; the one that reaches the size makes it full.
@@ -35,14 +38,14 @@ class RxAudioFrame final {
  private:
   std::int64_t size_;
   std::int64_t offset_ = 0;  // the bytes taken so far, never more than the size
-  std::vector<StoredData> chunks_;
+  std::vector<Data> chunks_;
 
  public:
   bool isFull = false;     ///< all announced bytes are there
   bool isCorrupt = false;  ///< more bytes came than were announced
 
  private:
-  std::optional<StoredData> buffer_;
+  std::optional<Data> buffer_;
 };
 
 }  // namespace tarnwick

@@ -5,7 +5,6 @@
 #include <vector>
 
 #include "Tarnwick/Platform/Data.hpp"
-#include "Tarnwick/Platform/DataStore.hpp"
 #include "Tarnwick/Platform/Geometry.hpp"
 
 namespace [[gnu::visibility("default")]] tarnwick {
@@ -22,6 +21,10 @@ class RxImageFrame final {
   /// The same, for an image that covers the rectangle `rect` of the screen.
   RxImageFrame(std::int64_t size, CGRect rect) : size_(size), bounds(rect) {}
 
+  ~RxImageFrame();
+  RxImageFrame(RxImageFrame&&) = default;
+  RxImageFrame& operator=(RxImageFrame&&) = default;
+
   /// Takes the next chunk. One that would exceed the size is dropped, logged, and makes the image
   /// corrupt; the one that reaches the size makes it full.
   void appendChunk(Data data);
@@ -36,8 +39,8 @@ class RxImageFrame final {
  private:
   std::int64_t size_;
   std::int64_t offset_ = 0;  // the bytes taken so far, never more than the size
-  std::optional<StoredData> buffer_;
-  std::vector<StoredData> chunks_;
+  std::optional<Data> buffer_;
+  std::vector<Data> chunks_;
 
  public:
   bool isFull = false;           ///< all announced bytes are there

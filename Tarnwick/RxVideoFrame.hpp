@@ -5,7 +5,6 @@
 #include <vector>
 
 #include "Tarnwick/Platform/Data.hpp"
-#include "Tarnwick/Platform/DataStore.hpp"
 
 namespace [[gnu::visibility("default")]] tarnwick {
 
@@ -17,6 +16,10 @@ class RxVideoFrame final {
   /// A frame of `size` bytes, any number, with the number that its sender gave it. Nothing is
   /// allocated for bytes that have not come.
   RxVideoFrame(std::int64_t frame, std::int64_t size) : frame_(frame), size_(size) {}
+
+  ~RxVideoFrame();
+  RxVideoFrame(RxVideoFrame&&) = default;
+  RxVideoFrame& operator=(RxVideoFrame&&) = default;
 
   /// Takes the next chunk. One that would exceed the size is dropped, logged, and makes the frame
   /// corrupt; the one that reaches the size makes it full.
@@ -36,14 +39,14 @@ class RxVideoFrame final {
   std::int64_t frame_;
   std::int64_t size_;
   std::int64_t offset_ = 0;  // the bytes taken so far, never more than the size
-  std::vector<StoredData> chunks_;
+  std::vector<Data> chunks_;
 
  public:
   bool isFull = false;     ///< all announced bytes are there
   bool isCorrupt = false;  ///< more bytes came than were announced
 
  private:
-  std::optional<StoredData> buffer_;
+  std::optional<Data> buffer_;
 };
 
 }  // namespace tarnwick

@@ -145,10 +145,20 @@ TEST(DataStore, GivesMemoryAgainAndKeepsNoMoreThanItMay) {
   EXPECT_EQ(second, Data(1024, 9));
   EXPECT_EQ(second.data(), memory);
   EXPECT_EQ(store.keptBytes(), 0U);
-  for (int i = 0; i < 100; ++i) store.keep(Data(1'000'000));
-  EXPECT_EQ(store.keptBytes(), 33'000'000U);  // the next one would be too much
+  for (int i = 0; i < 100; ++i) store.keep(Data(std::size_t{1} << 20));
+  EXPECT_EQ(store.keptBytes(), DataStore::mostBytes);
   for (int i = 0; i < 100; ++i) EXPECT_GE(store.room(900'000).capacity(), 900'000U);
+  EXPECT_EQ(store.keptBytes(), 0U);
   EXPECT_EQ(store.room(DataStore::mostBytes + 1).size(), 0U);
+}
+
+TEST(DataStore, LetsALaterStreamTakeThePlaceOfAnEarlierOne) {
+  DataStore store;
+  for (int i = 0; i < 40'000; ++i) store.keep(Data(1024));
+  EXPECT_EQ(store.keptBytes(), DataStore::mostBytes);
+  for (int i = 0; i < 3; ++i) store.keep(Data(65'536));
+  for (int i = 0; i < 3; ++i) EXPECT_EQ(store.room(65'500).capacity(), 65'536U);
+  EXPECT_EQ(store.keptBytes(), DataStore::mostBytes - std::size_t{3 * 65'536});
 }
 
 // --- Main queue ---

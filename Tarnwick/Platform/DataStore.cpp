@@ -1,6 +1,8 @@
 #include "Tarnwick/Platform/DataStore.hpp"
 
 #include <bit>
+#include <new>
+#include <utility>
 
 #include "Tarnwick/Platform/NeverDestroyed.hpp"
 
@@ -45,18 +47,34 @@ Data DataStore::room(std::size_t size) {
   return data;
 }
 
-void DataStore::keep(Data data) {
+void DataStore::keep(Data data) noexcept {
   const std::size_t capacity = data.capacity();
-  if (capacity < leastSize) return;
+  if (capacity < leastSize || capacity > mostBytes) return;
   const MutexLock lock(lock_);
-  if (bytes_ + capacity > mostBytes) return;
-  bytes_ += capacity;
-  shelves_[static_cast<std::size_t>(std::bit_width(capacity)) - 1].push_back(std::move(data));
+  makeRoom(capacity);
+  try {
+    shelves_[static_cast<std::size_t>(std::bit_width(capacity)) - 1].push_back(std::move(data));
+    bytes_ += capacity;
+  } catch (const std::bad_alloc&) {  // then it is freed
+  }
 }
 
 std::size_t DataStore::keptBytes() {
   const MutexLock lock(lock_);
   return bytes_;
+}
+
+void DataStore::makeRoom(std::size_t size) noexcept {
+  while (bytes_ + size > mostBytes) {
+    std::size_t fullest = 0;
+    for (std::size_t kind = 1; kind < kinds; ++kind) {
+      if (shelves_[kind].size() << kind > shelves_[fullest].size() << fullest) fullest = kind;
+    }
+    for (auto& shelf = shelves_[fullest]; bytes_ + size > mostBytes && !shelf.empty();) {
+      bytes_ -= shelf.back().capacity();
+      shelf.pop_back();
+    }
+  }
 }
 
 }  // namespace tarnwick

@@ -4,13 +4,12 @@
 #include <cstddef>
 #include <cstdint>
 #include <span>
-#include <utility>
 #include <vector>
 
 #include "Tarnwick/Platform/Data.hpp"
 #include "Tarnwick/Platform/Mutex.hpp"
 
-namespace [[gnu::visibility("default")]] tarnwick {
+namespace tarnwick {
 
 /// Keeps the memory of datagrams and of what they were merged to for the next ones. A block that is
 /// freed on another thread than it came from, or that is as large as a picture, makes the C library
@@ -21,14 +20,16 @@ class DataStore final {
   /// The one of the process, which is never destroyed.
   [[nodiscard]] static DataStore& shared();
 
-  /// A copy of `bytes`, in memory that was kept if there is some.
+  /// A copy of `bytes`, in memory that was kept if there is some. It holds up to twice as many,
+  /// the next power of two.
   [[nodiscard]] Data copy(std::span<const std::uint8_t> bytes);
 
   /// No bytes, with room for `size`, likewise.
   [[nodiscard]] Data room(std::size_t size);
 
-  /// Keeps the memory of `data`, whose bytes are not needed any more.
-  void keep(Data data);
+  /// Keeps the memory of `data`, whose bytes are not needed any more, in place of what fills the
+  /// store most.
+  void keep(Data data) noexcept;
 
   /// How many bytes are kept, at most mostBytes.
   [[nodiscard]] std::size_t keptBytes();
@@ -38,26 +39,13 @@ class DataStore final {
   // Kept by the power of two that the room has or exceeds, so that finding some takes no search.
   static constexpr std::size_t kinds = 8 * sizeof(std::size_t);
 
+  /// Frees memory of the kind that most is kept of, so that what an ended stream has left makes
+  /// way.
+  void makeRoom(std::size_t size) noexcept TARNWICK_REQUIRES(lock_);
+
   Mutex lock_;
   std::array<std::vector<Data>, kinds> shelves_ TARNWICK_GUARDED_BY(lock_);
   std::size_t bytes_ TARNWICK_GUARDED_BY(lock_) = 0;
-};
-
-/// Bytes whose memory goes to the store when they are dropped.
-class StoredData final {
- public:
-  explicit StoredData(Data data = {}) noexcept : data_(std::move(data)) {}
-  ~StoredData() { DataStore::shared().keep(std::move(data_)); }
-  StoredData(const StoredData&) = default;
-  StoredData(StoredData&&) noexcept = default;
-  StoredData& operator=(const StoredData&) = default;
-  StoredData& operator=(StoredData&&) noexcept = default;
-
-  [[nodiscard]] Data& operator*() { return data_; }
-  [[nodiscard]] const Data& operator*() const { return data_; }
-
- private:
-  Data data_;
 };
 
 }  // namespace tarnwick

@@ -4,10 +4,10 @@
 #include <chrono>
 #include <condition_variable>
 #include <deque>
-#include <thread>
 #include <utility>
 #include <vector>
 
+#include "Tarnwick/Platform/Concurrently.hpp"
 #include "Tarnwick/Platform/NSThread.hpp"
 
 namespace tarnwick {
@@ -16,8 +16,6 @@ namespace {
 /// A worker ends after this time without work: longer than the pause between the pictures of a
 /// stream, which need no new thread each, and short enough that a stream's end leaves none behind.
 constexpr std::chrono::seconds idleTime{1};
-
-std::size_t processorCount() { return std::max(1U, std::thread::hardware_concurrency()); }
 
 }  // namespace
 
