@@ -18,8 +18,8 @@
 #include "Tarnwick/Platform/JPEGStrips.hpp"
 
 // The library reports a failure by a call that must not return, which leaves by longjmp. The
-// functions that it leaves, compress() and decompress(), hold nothing with a destructor: all that
-// has one belongs to their callers, encodeJPEG() and decodeJPEG().
+// functions that it leaves, those with a setjmp in them, hold nothing with a destructor: all that
+// has one belongs to their callers.
 
 namespace tarnwick {
 namespace {

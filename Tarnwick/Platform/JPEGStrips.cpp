@@ -134,10 +134,12 @@ Data joinedStrips(const std::vector<std::span<const std::uint8_t>>& files, std::
 
 std::vector<StripFile> cutIntoStrips(const Data& file, std::size_t most) {
   constexpr std::int64_t blockSide = 8, leastBlocksInByte = 4;  // a block takes two bits or more
+  constexpr std::size_t longestHeaders = 65536;                 // which each strip has a copy of
   const Layout layout = layoutOf(file);
   const std::int64_t across = layout.componentCount == 1 ? 1 : layout.across;
   const std::int64_t unitsInRow = ceilingOf(layout.width, blockSide * across);
-  if (layout.scanAt == 0 || layout.down != 1 || layout.interval != unitsInRow) return {};
+  if (layout.scanAt == 0 || layout.scanAt > longestHeaders) return {};
+  if (layout.down != 1 || layout.interval != unitsInRow) return {};
   const std::vector<std::size_t> starts = rowsOfBlocks(file, layout.scanAt);
   const std::int64_t rowCount = ceilingOf(layout.height, blockSide);
   if (rowCount == 0 || std::ssize(starts) != rowCount + 1) return {};

@@ -39,8 +39,9 @@ struct StripFile {
 };
 
 /// The strips of a file, at most `most`. None when it has to be read as a whole: it is progressive,
-/// has no restart marker at each row of blocks, or halves its colour down, where a row of pixels
-/// depends on the next row of blocks; or it is damaged, which reading it will say.
+/// has no restart marker at each row of blocks, has headers longer than most pictures, or halves
+/// its colour down, where a row of pixels depends on the next row of blocks; or it is damaged,
+/// which reading it will say.
 [[nodiscard]] std::vector<StripFile> cutIntoStrips(const Data& file, std::size_t most);
 
 }  // namespace tarnwick
