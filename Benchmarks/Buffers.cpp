@@ -38,7 +38,7 @@ void addBuffers() {
         benchmark::ClobberMemory();
       }
     };
-    compare("object of " + std::to_string(size / 1000) + " kB appended, merged, taken out", 1.2,
+    compare("object of " + std::to_string(size / 1000) + " kB appended, merged, taken out", {1.2},
             ours, reference);
   }
 }

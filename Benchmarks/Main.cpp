@@ -2,12 +2,14 @@
 // with --json=FILE it is written to a file, too.
 #include <algorithm>
 #include <array>
+#include <cmath>
 #include <cstdio>
 #include <fstream>
 #include <iomanip>
 #include <iostream>
 #include <iterator>
 #include <numeric>
+#include <sstream>
 #include <string_view>
 #include <thread>
 #include <vector>
@@ -20,7 +22,7 @@ namespace {
 struct Row {
   std::string what;
   Unit unit;
-  double goal;
+  Goal goal;
   double (*summary)(const std::vector<double>&);
   std::vector<double> ours, reference;  // a figure a turn; times in nanoseconds
 };
@@ -40,15 +42,26 @@ class Collector final : public benchmark::BenchmarkReporter {
     for (const Run& run : runs) {
       if (run.run_type != Run::RT_Iteration) continue;
       const std::string& name = run.run_name.function_name;
-      if (run.error_occurred) {
-        std::cerr << name << ": " << run.error_message << "\n";
-      } else {
+      const std::string trouble = troubleOf(run);
+      if (trouble.empty()) {
         take(name, figure(run));
+      } else {
+        std::cerr << name << ": " << trouble << "\n";
       }
     }
   }
 
  private:
+  /// Why a run has no figure, which release 1.8 renamed; empty when it has one.
+  template <typename AnyRun>
+  static std::string troubleOf(const AnyRun& run) {
+    if constexpr (requires { run.error_occurred; }) {
+      return run.error_occurred ? run.error_message : "";
+    } else {
+      return run.skipped == decltype(run.skipped){} ? "" : run.skip_message;
+    }
+  }
+
   static double figure(const Run& run) {
     const auto counter = run.counters.find(figureName);
     if (counter != run.counters.end()) return counter->second.value;
@@ -81,8 +94,12 @@ void forEachMeasured(const Visitor& visit) {
   }
 }
 
-/// One reference of nothing is met by nothing only.
+/// A reference of nothing is met by nothing only.
 double ratio(double ours, double reference) { return ours == 0 ? 0 : ours / reference; }
+
+double goalBeside(double reference, const Goal& goal) {
+  return goal.nanoseconds == 0 ? goal.times : goal.nanoseconds / reference;
+}
 
 std::string text(Unit unit, double figure) {
   using Scale = std::vector<std::pair<double, const char*>>;
@@ -102,27 +119,35 @@ void print() {
   forEachMeasured([](const Row& row, double ours, double reference) {
     std::fprintf(stderr, "%-75s %9s %9s %6.2f %6.2f\n", row.what.c_str(),
                  text(row.unit, ours).c_str(), text(row.unit, reference).c_str(),
-                 ratio(ours, reference), row.goal);
+                 ratio(ours, reference), goalBeside(reference, row.goal));
   });
+}
+
+/// As JSON has it, which knows no infinity.
+std::string number(double figure) {
+  std::ostringstream text;
+  text << figure;
+  return std::isfinite(figure) ? text.str() : "null";
 }
 
 void write(const std::string& path) {
   std::ofstream file(path);
-  const char* separator = "[\n";
+  file << R"({"processors": )" << std::thread::hardware_concurrency() << R"(, "rows": [)";
+  const char* separator = "\n";
   forEachMeasured([&](const Row& row, double ours, double reference) {
     constexpr std::array units{"ns", "count", "bytes"};
     file << separator << R"(  {"what": )" << std::quoted(row.what) << R"(, "unit": )"
          << std::quoted(units.at(static_cast<std::size_t>(row.unit))) << R"(, "ours": )" << ours
-         << R"(, "reference": )" << reference << R"(, "ratio": )" << ratio(ours, reference)
-         << R"(, "goal": )" << row.goal << "}";
+         << R"(, "reference": )" << reference << R"(, "ratio": )" << number(ratio(ours, reference))
+         << R"(, "goal": )" << goalBeside(reference, row.goal) << "}";
     separator = ",\n";
   });
-  file << "\n]\n";
+  file << "\n]}\n";
 }
 
 }  // namespace
 
-void compare(const std::string& what, double goal, const Body& ours, const Body& reference,
+void compare(const std::string& what, const Goal& goal, const Body& ours, const Body& reference,
              Clock clock) {
   rows().push_back({what, Unit::nanoseconds, goal, least, {}, {}});
   for (const auto& [mark, body] : {std::pair(oursMark, ours), {referenceMark, reference}}) {
@@ -131,7 +156,7 @@ void compare(const std::string& what, double goal, const Body& ours, const Body&
   }
 }
 
-void compareFigures(const std::string& what, Unit unit, double goal, const Measure& ours,
+void compareFigures(const std::string& what, Unit unit, const Goal& goal, const Measure& ours,
                     const Measure& reference) {
   rows().push_back({what, unit, goal, mean, {}, {}});
   for (const auto& [mark, measure] : {std::pair(oursMark, ours), {referenceMark, reference}}) {

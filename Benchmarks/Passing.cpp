@@ -65,9 +65,9 @@ void pass(benchmark::State& state) {
 }  // namespace
 
 void addPassing() {
-  compare(R"("start" to "video|started", a spinning client)", 2, askReceiver, askEcho);
+  compare(R"("start" to "video|started", a spinning client)", {2}, askReceiver, askEcho);
   compare(
-      "89 passes of the send thread, beside as many milliseconds", 1 / 0.97, pass,
+      "89 passes of the send thread, beside as many milliseconds", {1 / 0.97}, pass,
       [](benchmark::State& state) {
         for (auto _ : state) state.SetIterationTime(89e-3);
       },

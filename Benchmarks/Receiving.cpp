@@ -190,13 +190,13 @@ void addReceiving() {
   const std::pair<std::size_t, double> rows[]{{1400, 1.3}, {8192, 1.5}, {65500, 2.5}};
   for (const auto& [size, goal] : rows) {
     compare(
-        "receive thread, CPU time, 240 datagrams of " + std::to_string(size) + " bytes", goal,
+        "receive thread, CPU time, 240 datagrams of " + std::to_string(size) + " bytes", {goal},
         [size = size](benchmark::State& state) { receive(state, size); },
         [size = size](benchmark::State& state) { receiveBare(state, size); }, Clock::own);
   }
   compareFigures("lost of 3,000 datagrams of 65,500 bytes, one a millisecond, all cores busy",
-                 Unit::count, 1, lose, loseBare);
-  compareFigures("page faults a datagram of 65,500 bytes, beside one", Unit::count, 3, fault,
+                 Unit::count, {1}, lose, loseBare);
+  compareFigures("page faults a datagram of 65,500 bytes, beside one", Unit::count, {3}, fault,
                  [](benchmark::State&) { return 1; });
 }
 
