@@ -29,8 +29,10 @@ install(
 if(NOT BUILD_SHARED_LIBS)
   set(pkgConfigRequires "Requires: libjpeg libpng zimg")
 endif()
-file(RELATIVE_PATH pkgConfigPrefix "${CMAKE_INSTALL_FULL_LIBDIR}/pkgconfig"
-     "${CMAKE_INSTALL_PREFIX}")
+set(pkgConfig "${CMAKE_INSTALL_FULL_LIBDIR}/pkgconfig")
+file(RELATIVE_PATH pkgConfigPrefix "${pkgConfig}" "${CMAKE_INSTALL_PREFIX}")
+file(RELATIVE_PATH pkgConfigLibraries "${pkgConfig}" "${CMAKE_INSTALL_FULL_LIBDIR}")
+file(RELATIVE_PATH pkgConfigHeaders "${pkgConfig}" "${CMAKE_INSTALL_FULL_INCLUDEDIR}")
 configure_file("${CMAKE_CURRENT_LIST_DIR}/tarnwick.pc.in" tarnwick.pc @ONLY)
 install(
   FILES "${PROJECT_BINARY_DIR}/tarnwick.pc"
@@ -38,10 +40,10 @@ install(
   COMPONENT development)
 
 # Two Debian packages, of the shared library: what runs with it, and what is built with it.
-if(NOT BUILD_SHARED_LIBS)
+if(NOT BUILD_SHARED_LIBS OR NOT PROJECT_IS_TOP_LEVEL)
   return()
 endif()
-set(runtimePackage libtarnwick${PROJECT_VERSION_MAJOR})
+set(runtimePackage libtarnwick${tarnwick_soversion})
 set(developmentPackage libtarnwick-dev)
 set(CPACK_PACKAGE_CONTACT "the Tarnwick authors <tarnwick@localhost>")
 find_program(TARNWICK_GZIP gzip)
@@ -80,7 +82,7 @@ set(CPACK_PACKAGING_INSTALL_PREFIX "${CMAKE_INSTALL_PREFIX}")
 set(CPACK_COMPONENTS_ALL runtime development)
 set(CPACK_STRIP_FILES ON)
 file(WRITE "${PROJECT_BINARY_DIR}/shlibs"
-     "libtarnwick ${PROJECT_VERSION_MAJOR} ${runtimePackage} (>= ${PROJECT_VERSION})\n")
+     "libtarnwick ${tarnwick_soversion} ${runtimePackage} (>= ${PROJECT_VERSION})\n")
 set(CPACK_INSTALL_DEFAULT_DIRECTORY_PERMISSIONS
     OWNER_READ OWNER_WRITE OWNER_EXECUTE GROUP_READ GROUP_EXECUTE WORLD_READ WORLD_EXECUTE)
 set(CPACK_DEB_COMPONENT_INSTALL ON)
