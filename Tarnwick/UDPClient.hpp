@@ -106,7 +106,7 @@ class UDPClient final : public std::enable_shared_from_this<UDPClient> {
 
   /// Sets it, to more than 65500 or less than nothing, too. Lowering takes effect with the next
   /// datagram, raising above the size that the send thread began with does not. What UDP cannot
-  /// carry fails, and is tried again for ever.
+  /// carry fails, and is tried again as long as another message waits.
   void setBufferLimit(std::int64_t limit) { bufferLimit_ = limit; }
 
   /// The label of the log lines.
