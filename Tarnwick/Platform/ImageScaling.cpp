@@ -4,9 +4,14 @@
 
 #include <algorithm>
 #include <array>
+#include <atomic>
 #include <cstring>
 #include <memory>
+#include <span>
+#include <utility>
 #include <vector>
+
+#include "Tarnwick/Platform/Concurrently.hpp"
 
 namespace tarnwick {
 namespace {
@@ -19,6 +24,11 @@ struct alignas(alignment) Block {
 
 /// The longest side that is scaled: beyond, zimg's time grows with the square of the length.
 constexpr std::int64_t sideLimit = 65535;
+
+/// A large picture is scaled in parts, at once: one for so many pixels of what is scaled or what it
+/// becomes. On any machine in the same parts, as zimg goes across first or down first by the sides
+/// of each, and rounds in between.
+constexpr std::int64_t partSize = 1 << 19, mostParts = 8;
 
 constexpr std::size_t colourPlanes = 3, allPlanes = 4;
 
@@ -87,18 +97,19 @@ class PlanarRows {
   const Data opaqueRow_;  // the alpha of pixels that have no plane of it
 };
 
-/// What zimg's callbacks are given: the bitmap on their side of the work, and its rows.
+/// What zimg's callbacks are given: the bitmap on their side of the work, the first row of it that
+/// they see, and its rows.
 template <typename Pixels>
 struct Side {
   Pixels& bitmap;
+  std::int64_t first;
   PlanarRows rows;
 };
 
-bool isOpaque(const Bitmap& bitmap) {
+bool isOpaque(std::span<const std::uint8_t> pixels) {
   constexpr std::array<std::uint8_t, 8> alphaBytes{0, 0, 0, 0xFF, 0, 0, 0, 0xFF};
   std::uint64_t all = ~std::uint64_t{0}, pair = 0, alpha = 0;
   std::memcpy(&alpha, alphaBytes.data(), sizeof alpha);
-  const Data& pixels = bitmap.pixels;
   std::size_t position = 0;
   for (; pixels.size() - position >= sizeof pair; position += sizeof pair) {
     std::memcpy(&pair, pixels.data() + position, sizeof pair);
@@ -130,20 +141,21 @@ zimg_graph_builder_params lanczos3() {
   return params;
 }
 
-}  // namespace
-
-Bitmap scaled(const Bitmap& source, const CGRect& region, std::int64_t width, std::int64_t height) {
-  const std::int64_t longest = std::max({source.width, source.height, width, height});
-  if (!isWithinPixelLimit(width, height) || longest > sideLimit) return {};
-  const bool hasAlpha = !isOpaque(source);
+/// Scales what belongs to the rows of `result` from `first` up to `end`; whether that worked.
+bool scaleRows(const Bitmap& source, const CGRect& region, bool hasAlpha, Bitmap& result,
+               std::int64_t first, std::int64_t end) {
+  const auto portion = [&](std::int64_t rows) {
+    return region.size.height * static_cast<CGFloat>(rows) / static_cast<CGFloat>(result.height);
+  };
   const std::size_t planes = hasAlpha ? allPlanes : colourPlanes;
   zimg_image_format from = format(source.width, source.height, hasAlpha);
-  from.active_region = {region.origin.x, region.origin.y, region.size.width, region.size.height};
-  const zimg_image_format to = format(width, height, hasAlpha);
+  from.active_region = {region.origin.x, region.origin.y + portion(first), region.size.width,
+                        portion(end - first)};
+  const zimg_image_format to = format(result.width, end - first, hasAlpha);
   const zimg_graph_builder_params params = lanczos3();
   const std::unique_ptr<zimg_filter_graph, decltype(&zimg_filter_graph_free)> graph(
       zimg_filter_graph_build(&from, &to, &params), zimg_filter_graph_free);
-  if (!graph) return {};
+  if (!graph) return false;
 
   unsigned inputRows = 0, outputRows = 0;
   std::size_t workBytes = 0;
@@ -152,25 +164,52 @@ Bitmap scaled(const Bitmap& source, const CGRect& region, std::int64_t width, st
   zimg_filter_graph_get_tmp_size(graph.get(), &workBytes);
   std::vector<Block> work(workBytes / alignment + 1);
 
-  Bitmap result{width, height,
-                Data(static_cast<std::size_t>(width * height * Bitmap::bytesPerPixel))};
-  Side<const Bitmap> input{source, {planes, source.width, source.height, inputRows}};
-  Side<Bitmap> output{result, {planes, width, height, outputRows}};
+  Side<const Bitmap> input{source, 0, {planes, source.width, source.height, inputRows}};
+  Side<Bitmap> output{result, first, {planes, result.width, end - first, outputRows}};
   const auto unpack = [](void* user, unsigned i, unsigned left, unsigned right) {
     auto& side = *static_cast<Side<const Bitmap>*>(user);
-    side.rows.unpack(side.bitmap.row(i), i, left, right);
+    side.rows.unpack(side.bitmap.row(side.first + i), i, left, right);
     return 0;
   };
   const auto pack = [](void* user, unsigned i, unsigned left, unsigned right) {
     auto& side = *static_cast<Side<Bitmap>*>(user);
-    side.rows.pack(side.bitmap.row(i), i, left, right);
+    side.rows.pack(side.bitmap.row(side.first + i), i, left, right);
     return 0;
   };
   const auto read = input.rows.description<zimg_image_buffer_const>();
   const auto written = output.rows.description<zimg_image_buffer>();
-  const zimg_error_code_e error = zimg_filter_graph_process(
-      graph.get(), &read, &written, work.data(), unpack, &input, pack, &output);
-  return error == ZIMG_ERROR_SUCCESS ? std::move(result) : Bitmap{};
+  return zimg_filter_graph_process(graph.get(), &read, &written, work.data(), unpack, &input, pack,
+                                   &output) == ZIMG_ERROR_SUCCESS;
+}
+
+/// Calls `body(from, to)` for as many parts of 0 to `length` as there are, at once.
+template <typename Body>
+void inParts(std::int64_t parts, std::int64_t length, const Body& body) {
+  concurrently(static_cast<std::size_t>(parts), [&](std::size_t i) {
+    const auto part = static_cast<std::int64_t>(i);
+    body(length * part / parts, length * (part + 1) / parts);
+  });
+}
+
+}  // namespace
+
+Bitmap scaled(const Bitmap& source, const CGRect& region, std::int64_t width, std::int64_t height) {
+  const std::int64_t longest = std::max({source.width, source.height, width, height});
+  if (!isWithinPixelLimit(width, height) || longest > sideLimit) return {};
+  const std::int64_t pixels = std::max(source.width * source.height, width * height);
+  const std::int64_t parts =
+      std::clamp<std::int64_t>(pixels / partSize, 1, std::min(mostParts, height));
+  std::atomic<bool> hasAlpha = false, isScaled = true;
+  inParts(parts, source.height, [&](std::int64_t first, std::int64_t end) {
+    const auto size = static_cast<std::size_t>(end - first) * source.rowBytes();
+    if (!isOpaque({source.row(first), size})) hasAlpha = true;
+  });
+  Bitmap result{width, height,
+                Data(static_cast<std::size_t>(width * height * Bitmap::bytesPerPixel))};
+  inParts(parts, height, [&](std::int64_t first, std::int64_t end) {
+    if (!scaleRows(source, region, hasAlpha, result, first, end)) isScaled = false;
+  });
+  return isScaled ? std::move(result) : Bitmap{};
 }
 
 }  // namespace tarnwick
