@@ -158,7 +158,7 @@ TEST(DataStore, LetsALaterStreamTakeThePlaceOfAnEarlierOne) {
   EXPECT_EQ(store.keptBytes(), DataStore::mostBytes);
   for (int i = 0; i < 3; ++i) store.keep(Data(65'536));
   for (int i = 0; i < 3; ++i) EXPECT_EQ(store.room(65'500).capacity(), 65'536U);
-  EXPECT_EQ(store.keptBytes(), DataStore::mostBytes - std::size_t{3 * 65'536});
+  EXPECT_EQ(store.keptBytes(), DataStore::mostBytes - std::size_t{3} * 65'536);
 }
 
 // --- Main queue ---
