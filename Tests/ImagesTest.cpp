@@ -355,7 +355,7 @@ TEST(Image, IsResized) {
     EXPECT_EQ(source->resizingMode(), ResizingMode::tile);
     EXPECT_TRUE(equal(*source->bitmap(), gradient(200, 100)));
   }
-  const auto large = NSImage::fromBitmap(gradient(1500, 1100));  // scaled in several parts
+  const auto large = NSImage::fromBitmap(gradient(1500, 1100));  // scaled in two halves
   EXPECT_GT(psnr(*resize(*large, {700, 501})->bitmap(), gradient(700, 501)), 53);
   EXPECT_GT(psnr(*resize(*large, {500, 2})->bitmap(), gradient(500, 2)), 31);
 }

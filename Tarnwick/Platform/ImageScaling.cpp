@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <array>
 #include <atomic>
+#include <cmath>
 #include <cstring>
 #include <memory>
 #include <span>
@@ -25,12 +26,20 @@ struct alignas(alignment) Block {
 /// The longest side that is scaled: beyond, zimg's time grows with the square of the length.
 constexpr std::int64_t sideLimit = 65535;
 
-/// A large picture is scaled in parts, at once: one for so many pixels of what is scaled or what it
-/// becomes. On any machine in the same parts, as zimg goes across first or down first by the sides
-/// of each, and rounds in between.
-constexpr std::int64_t partSize = 1 << 19, mostParts = 8;
+/// A picture of more pixels, before or after, is scaled in two halves at once. In no more, as each
+/// costs zimg a new table of its filter; and on any machine alike, as it goes across first or down
+/// first by the sides of each, and rounds in between.
+constexpr std::int64_t largestWhole = 1 << 20;
+
+constexpr int lobes = 3;  // of the filter, to either side
 
 constexpr std::size_t colourPlanes = 3, allPlanes = 4;
+
+/// Rows of a picture, from `first` up to `end`.
+struct Rows {
+  std::int64_t first, end;
+  [[nodiscard]] std::int64_t count() const { return end - first; }
+};
 
 /// The few rows that zimg works on at a time, a plane a channel, red, green, blue and alpha: row i
 /// stands where row i & mask does. Rows go in and out of packed pixels as zimg asks for them, so no
@@ -136,22 +145,34 @@ zimg_graph_builder_params lanczos3() {
   zimg_graph_builder_params params;
   zimg_graph_builder_params_default(&params, ZIMG_API_VERSION);
   params.resample_filter = ZIMG_RESIZE_LANCZOS;
-  params.filter_param_a = 3;
+  params.filter_param_a = lobes;
   params.cpu_type = ZIMG_CPU_AUTO_64B;
   return params;
 }
 
-/// Scales what belongs to the rows of `result` from `first` up to `end`; whether that worked.
+/// The rows of `source` that the filter looks at for those from `top` on, `height` of them, when
+/// `count` rows become of these: lobes of one row each, or as much wider as the picture gets
+/// smaller.
+Rows rowsFor(const Bitmap& source, CGFloat top, CGFloat height, std::int64_t count) {
+  const CGFloat reach = lobes * std::max(1.0, height / static_cast<CGFloat>(count)) + 1;
+  const auto first = static_cast<std::int64_t>(std::max(top - reach, 0.0));
+  const auto end = static_cast<std::int64_t>(std::ceil(top + height + reach));
+  return {first, std::min(end, source.height)};
+}
+
+/// Scales what belongs to these rows of `result`; whether that worked.
 bool scaleRows(const Bitmap& source, const CGRect& region, bool hasAlpha, Bitmap& result,
-               std::int64_t first, std::int64_t end) {
-  const auto portion = [&](std::int64_t rows) {
-    return region.size.height * static_cast<CGFloat>(rows) / static_cast<CGFloat>(result.height);
+               const Rows& rows) {
+  const auto portion = [&](std::int64_t count) {
+    return region.size.height * static_cast<CGFloat>(count) / static_cast<CGFloat>(result.height);
   };
+  const CGFloat top = region.origin.y + portion(rows.first), height = portion(rows.count());
+  const Rows needed = rowsFor(source, top, height, rows.count());
   const std::size_t planes = hasAlpha ? allPlanes : colourPlanes;
-  zimg_image_format from = format(source.width, source.height, hasAlpha);
-  from.active_region = {region.origin.x, region.origin.y + portion(first), region.size.width,
-                        portion(end - first)};
-  const zimg_image_format to = format(result.width, end - first, hasAlpha);
+  zimg_image_format from = format(source.width, needed.count(), hasAlpha);
+  from.active_region = {region.origin.x, top - static_cast<CGFloat>(needed.first),
+                        region.size.width, height};
+  const zimg_image_format to = format(result.width, rows.count(), hasAlpha);
   const zimg_graph_builder_params params = lanczos3();
   const std::unique_ptr<zimg_filter_graph, decltype(&zimg_filter_graph_free)> graph(
       zimg_filter_graph_build(&from, &to, &params), zimg_filter_graph_free);
@@ -164,8 +185,8 @@ bool scaleRows(const Bitmap& source, const CGRect& region, bool hasAlpha, Bitmap
   zimg_filter_graph_get_tmp_size(graph.get(), &workBytes);
   std::vector<Block> work(workBytes / alignment + 1);
 
-  Side<const Bitmap> input{source, 0, {planes, source.width, source.height, inputRows}};
-  Side<Bitmap> output{result, first, {planes, result.width, end - first, outputRows}};
+  Side<const Bitmap> input{source, needed.first, {planes, source.width, needed.count(), inputRows}};
+  Side<Bitmap> output{result, rows.first, {planes, result.width, rows.count(), outputRows}};
   const auto unpack = [](void* user, unsigned i, unsigned left, unsigned right) {
     auto& side = *static_cast<Side<const Bitmap>*>(user);
     side.rows.unpack(side.bitmap.row(side.first + i), i, left, right);
@@ -182,12 +203,12 @@ bool scaleRows(const Bitmap& source, const CGRect& region, bool hasAlpha, Bitmap
                                    &output) == ZIMG_ERROR_SUCCESS;
 }
 
-/// Calls `body(from, to)` for as many parts of 0 to `length` as there are, at once.
+/// Calls `body` for each of so many parts of `length` rows, at once.
 template <typename Body>
 void inParts(std::int64_t parts, std::int64_t length, const Body& body) {
   concurrently(static_cast<std::size_t>(parts), [&](std::size_t i) {
     const auto part = static_cast<std::int64_t>(i);
-    body(length * part / parts, length * (part + 1) / parts);
+    body(Rows{length * part / parts, length * (part + 1) / parts});
   });
 }
 
@@ -197,17 +218,16 @@ Bitmap scaled(const Bitmap& source, const CGRect& region, std::int64_t width, st
   const std::int64_t longest = std::max({source.width, source.height, width, height});
   if (!isWithinPixelLimit(width, height) || longest > sideLimit) return {};
   const std::int64_t pixels = std::max(source.width * source.height, width * height);
-  const std::int64_t parts =
-      std::clamp<std::int64_t>(pixels / partSize, 1, std::min(mostParts, height));
+  const std::int64_t parts = pixels > largestWhole && height > 1 ? 2 : 1;
   std::atomic<bool> hasAlpha = false, isScaled = true;
-  inParts(parts, source.height, [&](std::int64_t first, std::int64_t end) {
-    const auto size = static_cast<std::size_t>(end - first) * source.rowBytes();
-    if (!isOpaque({source.row(first), size})) hasAlpha = true;
+  inParts(parts, source.height, [&](const Rows& rows) {
+    const auto size = static_cast<std::size_t>(rows.count()) * source.rowBytes();
+    if (!isOpaque({source.row(rows.first), size})) hasAlpha = true;
   });
   Bitmap result{width, height,
                 Data(static_cast<std::size_t>(width * height * Bitmap::bytesPerPixel))};
-  inParts(parts, height, [&](std::int64_t first, std::int64_t end) {
-    if (!scaleRows(source, region, hasAlpha, result, first, end)) isScaled = false;
+  inParts(parts, height, [&](const Rows& rows) {
+    if (!scaleRows(source, region, hasAlpha, result, rows)) isScaled = false;
   });
   return isScaled ? std::move(result) : Bitmap{};
 }
