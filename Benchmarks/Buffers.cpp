@@ -3,6 +3,7 @@
 #include <cstring>
 
 #include "Comparison.hpp"
+#include "Tarnwick/Platform/DataStore.hpp"
 
 namespace tarnwick::benchmarks {
 
@@ -16,7 +17,8 @@ void addBuffers() {
     const auto ours = [size, chunks](benchmark::State& state) {
       for (auto _ : state) {
         state.PauseTiming();
-        std::vector<Data> arriving = chunks;
+        std::vector<Data> arriving;  // as an endpoint hands them over
+        for (const Data& chunk : chunks) arriving.push_back(DataStore::shared().copy(chunk));
         state.ResumeTiming();
         RxVideoFrame frame(1, static_cast<std::int64_t>(size));
         for (Data& chunk : arriving) frame.appendChunk(std::move(chunk));

@@ -10,7 +10,7 @@
 namespace tarnwick {
 
 RxImageFrame::~RxImageFrame() {
-  for (Data& chunk : chunks_) DataStore::shared().keep(std::move(chunk));
+  DataStore::shared().keep(std::move(chunks_));
   if (buffer_) DataStore::shared().keep(std::move(*buffer_));
 }
 
@@ -30,12 +30,9 @@ void RxImageFrame::mergeChunks() {
   if (size_ < 0) fatalError("Arithmetic overflow");
   const auto size = static_cast<std::size_t>(size_);
   Data& buffer = buffer_.emplace(DataStore::shared().room(size));
-  for (Data& chunk : chunks_) {
-    buffer.insert(buffer.end(), chunk.begin(), chunk.end());
-    DataStore::shared().keep(std::move(chunk));
-  }
+  for (const Data& chunk : chunks_) buffer.insert(buffer.end(), chunk.begin(), chunk.end());
   buffer.resize(size);
-  std::vector<Data>().swap(chunks_);
+  DataStore::shared().keep(std::exchange(chunks_, {}));
 }
 
 std::optional<Data> RxImageFrame::getData() const {

@@ -48,20 +48,29 @@ Data DataStore::room(std::size_t size) {
 }
 
 void DataStore::keep(Data data) noexcept {
+  const MutexLock lock(lock_);
+  add(std::move(data));
+}
+
+void DataStore::keep(std::vector<Data> blocks) noexcept {
+  const MutexLock lock(lock_);
+  for (Data& block : blocks) add(std::move(block));
+}
+
+std::size_t DataStore::keptBytes() {
+  const MutexLock lock(lock_);
+  return bytes_;
+}
+
+void DataStore::add(Data data) noexcept {
   const std::size_t capacity = data.capacity();
   if (capacity < leastSize || capacity > mostBytes) return;
-  const MutexLock lock(lock_);
   makeRoom(capacity);
   try {
     shelves_[static_cast<std::size_t>(std::bit_width(capacity)) - 1].push_back(std::move(data));
     bytes_ += capacity;
   } catch (const std::bad_alloc&) {  // then it is freed
   }
-}
-
-std::size_t DataStore::keptBytes() {
-  const MutexLock lock(lock_);
-  return bytes_;
 }
 
 void DataStore::makeRoom(std::size_t size) noexcept {

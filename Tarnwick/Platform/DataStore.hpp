@@ -31,6 +31,9 @@ class DataStore final {
   /// store most.
   void keep(Data data) noexcept;
 
+  /// The same for several, at once: who receives meanwhile waits for the store but once.
+  void keep(std::vector<Data> blocks) noexcept;
+
   /// How many bytes are kept, at most mostBytes.
   [[nodiscard]] std::size_t keptBytes();
   static constexpr std::size_t mostBytes = std::size_t{32} << 20;
@@ -38,6 +41,8 @@ class DataStore final {
  private:
   // Kept by the power of two that the room has or exceeds, so that finding some takes no search.
   static constexpr std::size_t kinds = 8 * sizeof(std::size_t);
+
+  void add(Data data) noexcept TARNWICK_REQUIRES(lock_);
 
   /// Frees memory of the kind that most is kept of, so that what an ended stream has left makes
   /// way.
