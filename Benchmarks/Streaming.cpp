@@ -9,7 +9,6 @@
 #include <ctime>
 #include <filesystem>
 #include <memory>
-#include <semaphore>
 #include <thread>
 #include <utility>
 #include <vector>
@@ -17,6 +16,7 @@
 #include "Comparison.hpp"
 #include "Desktop.hpp"
 #include "Sockets.hpp"
+#include "Tarnwick/Platform/DispatchSemaphore.hpp"
 #include "Tests/Process.hpp"
 
 namespace tarnwick::benchmarks {
@@ -41,22 +41,22 @@ class Viewer final : public RxImageUDPDelegate {
  public:
   explicit Viewer(std::int64_t width) : width_(static_cast<CGFloat>(width)) {}
 
-  /// Until the picture of this number, or a later one, has come, or half a second is over.
+  /// Until the picture of this number, or a later one, has come, or none for half a second.
   void await(std::uint64_t number) {
-    const auto deadline = Moment::now() + std::chrono::milliseconds(500);
-    while (newest_ < place(number).origin.x && arrived_.try_acquire_until(deadline)) continue;
+    constexpr std::chrono::milliseconds patience(500);
+    while (newest_ < place(number).origin.x && arrived_.wait(patience)) continue;
   }
 
  private:
   void imageReceived(std::shared_ptr<NSImage> image, std::optional<CGRect> bounds) override {
     if (image->size().width != width_ || !bounds) return;
     newest_ = bounds->origin.x;
-    arrived_.release();
+    arrived_.signal();
   }
 
   const CGFloat width_;
   std::atomic<CGFloat> newest_ = 0;
-  std::counting_semaphore<> arrived_{0};
+  DispatchSemaphore arrived_;
 };
 
 /// What a stream carries: a picture, which may need a second one behind it to leave.
