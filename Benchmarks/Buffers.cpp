@@ -18,6 +18,7 @@ void addBuffers() {
       for (auto _ : state) {
         state.PauseTiming();
         std::vector<Data> arriving;  // as an endpoint hands them over
+        arriving.reserve(chunks.size());
         for (const Data& chunk : chunks) arriving.push_back(DataStore::shared().copy(chunk));
         state.ResumeTiming();
         RxVideoFrame frame(1, static_cast<std::int64_t>(size));
