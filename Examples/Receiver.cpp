@@ -12,7 +12,9 @@ class Watcher : public tarnwick::RxImageUDPDelegate {
 };
 
 int main() try {
-  auto receiver = tarnwick::RxImageUDP::create("screen", 5000, 65500, std::make_shared<Watcher>());
+  constexpr int longestDatagram = 65500;  // in bytes; of longer ones the rest is cut off
+  auto receiver =
+      tarnwick::RxImageUDP::create("screen", 5000, longestDatagram, std::make_shared<Watcher>());
   receiver->beginOperation();
   tarnwick::DispatchQueue::main().run();  // hands complete images over, for ever
 } catch (const std::exception& error) {

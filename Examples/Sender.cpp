@@ -11,10 +11,11 @@
 int main(int argc, char** argv) try {
   if (argc != 3) throw std::runtime_error("usage: sender ADDRESS FILE");
   std::ifstream file(argv[2], std::ios::binary);
+  if (!file) throw std::runtime_error(std::string(argv[2]) + " cannot be read");
   auto image = tarnwick::NSImage::fromData({std::istreambuf_iterator<char>(file), {}});
   if (!image) throw std::runtime_error(std::string(argv[2]) + " is no picture");
 
-  constexpr int chunkSize = 1400;  // bytes a datagram, of which about 1,000 a second leave
+  constexpr int chunkSize = 1400;  // bytes a datagram; about 1,000 datagrams leave a second
   auto sender = tarnwick::TxImageUDP::create("picture", argv[1], 5000, chunkSize);
   sender->beginOperation();
   // Encoded here to know how long sending takes; the image keeps the file for the sender.

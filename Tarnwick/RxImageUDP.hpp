@@ -42,7 +42,7 @@ class RxImageUDPDelegate {
 ///     starting                           drops the image in progress
 ///     size|SIZE                          a whole screen: then SIZE bytes of JPEG or PNG follow
 ///     size|SIZE|LABEL|X|Y|WIDTH|HEIGHT   a rectangle of it likewise; the label is not read
-///     end                                drops the image in progress and all that waits
+///     end                                drops the image in progress
 class RxImageUDP final : public UDPServerDelegate, public std::enable_shared_from_this<RxImageUDP> {
   struct Private {
     explicit Private() = default;
@@ -50,9 +50,9 @@ class RxImageUDP final : public UDPServerDelegate, public std::enable_shared_fro
 
  public:
   /// Binds `port`. `name` labels the log lines; `bufferSize` is the longest datagram in bytes, to
-  /// which longer ones are cut: more than 65500 counts as that, and with less than 1 the first
-  /// datagram stops the process. The delegate, null for none, is held strongly. Throws UDPError as
-  /// UDPServer::create().
+  /// which longer ones are cut, so that their objects are lost: more than 65500 counts as that, and
+  /// with less than 1 the first datagram stops the process. The delegate, null for none, is held
+  /// strongly, and for ever. Throws UDPError as UDPServer::create().
   [[nodiscard]] static std::shared_ptr<RxImageUDP> create(
       std::string name, std::uint16_t port, std::int64_t bufferSize,
       std::shared_ptr<RxImageUDPDelegate> delegate);
@@ -68,8 +68,9 @@ class RxImageUDP final : public UDPServerDelegate, public std::enable_shared_fro
   /// more, and its thread uses a processor for nothing: create a new one.
   void beginOperation();
 
-  /// Stops receiving, and drops the images that wait on the operation queue; those that wait on the
-  /// main queue still come. Returns at once.
+  /// Stops receiving, and drops the images that wait on the operation queue; those that wait on
+  /// the main queue still come. Returns at once; the port is free a moment later, and never if the
+  /// receiver was not begun.
   void endOperation();
 
   /// Whether the receiver was begun and not ended; no sign that anything arrives.

@@ -53,9 +53,9 @@ class RxVideoUDP final : public UDPServerDelegate, public std::enable_shared_fro
 
  public:
   /// Binds `port`. `name` labels the log lines; `bufferSize` is the longest datagram in bytes, to
-  /// which longer ones are cut: more than 65500 counts as that, and with less than 1 the first
-  /// datagram stops the process. The delegate, null for none, is held strongly. Throws UDPError as
-  /// UDPServer::create().
+  /// which longer ones are cut, so that their objects are lost: more than 65500 counts as that, and
+  /// with less than 1 the first datagram stops the process. The delegate, null for none, is held
+  /// strongly, and for ever. Throws UDPError as UDPServer::create().
   [[nodiscard]] static std::shared_ptr<RxVideoUDP> create(
       std::string name, std::uint16_t port, std::int64_t bufferSize,
       std::shared_ptr<RxVideoUDPDelegate> delegate);
@@ -71,8 +71,9 @@ class RxVideoUDP final : public UDPServerDelegate, public std::enable_shared_fro
   /// more, and its thread uses a processor for nothing: create a new one.
   void beginOperation();
 
-  /// Stops receiving, and drops the frames that wait on the operation queue; those that wait on the
-  /// main queue still come. Returns at once.
+  /// Stops receiving, and drops the frames that wait on the operation queue; those that wait on
+  /// the main queue still come. Returns at once; the port is free a moment later, and never if the
+  /// receiver was not begun.
   void endOperation();
 
   /// Whether the receiver was begun and not ended; no sign that anything arrives.

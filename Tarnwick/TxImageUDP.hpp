@@ -28,8 +28,10 @@ class TxImageUDP final : public UDPClientDelegate {
 
  public:
   /// Aims at a peer, whose address is text as inet_aton(3) takes it. `name` labels the log lines,
-  /// `chunkSize` is the longest datagram in bytes: more than 65500 counts as that, and less than 1
-  /// sends empty datagrams, which stop the peer. Throws UDPError as UDPClient::create().
+  /// `chunkSize` is the longest datagram in bytes: more than 65500 counts as that. Announcements
+  /// are cut to it, too, and short pieces of a file may read as text: below 1400 images may be
+  /// lost, below 100 hardly one arrives, and 1 or less can stop the peer. Throws UDPError as
+  /// UDPClient::create().
   [[nodiscard]] static std::shared_ptr<TxImageUDP> create(std::string name,
                                                           const std::string& serverIPAddress,
                                                           std::uint16_t serverPort,
@@ -42,18 +44,19 @@ class TxImageUDP final : public UDPClientDelegate {
 
   /// Starts sending, says "starting" to the peer and waits up to one second for an answer, which
   /// changes nothing and which an image receiver does not give. Throws UDPError::alreadyInProgress
-  /// while it sends, and std::system_error when no thread can be started.
+  /// while it sends, and std::system_error when no thread can be started. A sender that was ended
+  /// may be begun again, but sends nothing any more: create a new one.
   void beginOperation();
 
   /// Cancels the images that wait to be encoded; drops, after one second, what has not begun to
   /// leave; says "End" to the peer and stops after another second. Returns then; do not call it
-  /// from a thread that sends.
+  /// from receivedResponse().
   void endOperation();
 
   /// Whether the stream was begun and not ended; no sign that anybody listens.
   [[nodiscard]] bool isActive() const { return isActive_; }
 
-  /// Sets it; nothing here depends on it.
+  /// Changes what isActive() says, and starts or stops nothing.
   void setIsActive(bool isActive) { isActive_ = isActive; }
 
   /// Queues an image and returns at once, also before beginOperation(). `rect` is what it shows of
@@ -61,8 +64,10 @@ class TxImageUDP final : public UDPClientDelegate {
   /// (`fullScreen`); `frame` is the caller's number for the log; `compression` runs from 0.0, the
   /// smallest file, to 1.0, the best picture. Nobody may change the image from now on. A null image
   /// or one without a bitmap stops the process, on the sender's thread, as does a rectangle to be
-  /// sent that does not fit integers. Throws std::system_error when that thread cannot be started;
-  /// the image then waits for the next call.
+  /// sent that does not fit integers. One with a side over 65,500 pixels is not sent, and one of
+  /// more than 128,000,000 pixels no receiver takes, of which nobody is told; after endOperation()
+  /// none leaves. Throws std::system_error when that thread cannot be started; the image then waits
+  /// for the next call.
   void send(std::shared_ptr<NSImage> image, const CGRect& rect, std::uint64_t frame,
             bool fullScreen, float compression);
 

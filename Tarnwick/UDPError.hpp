@@ -39,7 +39,7 @@ class UDPError final : public std::exception, public LocalizedError {
   enum Case : std::int64_t {
     noSocket = -999,      ///< the system gave no socket
     bindSocket,           ///< the port is taken, or not ours to take
-    badAddress,           ///< the peer's address is no IPv4 address
+    badAddress,           ///< the peer's address is none that inet_aton(3) takes
     alreadyInProgress,    ///< the endpoint is running already
     setupForNonBlocking,  ///< the socket cannot be made non-blocking
     threadLock,           ///< the system gave no lock

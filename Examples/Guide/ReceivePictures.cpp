@@ -8,21 +8,12 @@
 #include <iostream>
 #include <stdexcept>
 #include <string>
+#include <utility>
 
 // [delegate]
-/// The peer's screen, put together from what comes of it.
-class Screen : public tarnwick::RxImageUDPDelegate {
+/// The peer's screen, put together from what comes of it. Used on the event loop's thread only.
+class Screen {
  public:
-  // Called on a thread of the receiver's; the rest is done on the event loop's, without a lock.
-  void imageReceived(std::shared_ptr<tarnwick::NSImage> image,
-                     std::optional<tarnwick::CGRect> bounds) override {
-    tarnwick::DispatchQueue::main().async([this, image, bounds] { show(image, bounds); });
-  }
-
-  /// Null until all of it has come once.
-  [[nodiscard]] std::shared_ptr<tarnwick::NSImage> picture() const { return picture_; }
-
- private:
   void show(const std::shared_ptr<tarnwick::NSImage>& image,
             const std::optional<tarnwick::CGRect>& bounds) {
     if (!bounds) {
@@ -35,7 +26,28 @@ class Screen : public tarnwick::RxImageUDPDelegate {
     std::cerr << (bounds ? "a region came\n" : "the screen came\n");
   }
 
+  /// Null until all of it has come once.
+  [[nodiscard]] std::shared_ptr<tarnwick::NSImage> picture() const { return picture_; }
+
+ private:
   std::shared_ptr<tarnwick::NSImage> picture_;
+};
+
+/// Hands pictures to the event loop. Kept by the receiver for ever, it does not keep the screen.
+class Watcher : public tarnwick::RxImageUDPDelegate {
+ public:
+  explicit Watcher(std::weak_ptr<Screen> screen) : screen_(std::move(screen)) {}
+
+ private:
+  // Called on a thread of the receiver's.
+  void imageReceived(std::shared_ptr<tarnwick::NSImage> image,
+                     std::optional<tarnwick::CGRect> bounds) override {
+    tarnwick::DispatchQueue::main().async([weak = screen_, image, bounds] {
+      if (const auto screen = weak.lock()) screen->show(image, bounds);  // if it is still there
+    });
+  }
+
+  const std::weak_ptr<Screen> screen_;
 };
 // [delegate]
 
@@ -44,7 +56,9 @@ int main(int argc, char** argv) try {
   // [loop]
   const auto port = static_cast<std::uint16_t>(std::stoi(argv[1]));
   const auto screen = std::make_shared<Screen>();
-  const auto receiver = tarnwick::RxImageUDP::create("screen", port, 65500, screen);
+  constexpr std::int64_t longestDatagram = 65500;  // in bytes; of longer ones the rest is cut off
+  const auto receiver = tarnwick::RxImageUDP::create("screen", port, longestDatagram,
+                                                     std::make_shared<Watcher>(screen));
   receiver->beginOperation();
 
   tarnwick::DispatchQueue& queue = tarnwick::DispatchQueue::main();

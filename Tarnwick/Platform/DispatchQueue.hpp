@@ -38,6 +38,7 @@ class DispatchQueue {
   void run();
 
   /// Lets run() return after the blocks under way; a run() that has not begun yet returns at once.
+  /// Not for signal handlers, as it takes a lock.
   void stop();
 
   /// A descriptor that is readable while blocks wait, for poll() and its kin. It belongs to the
