@@ -1,5 +1,6 @@
 #include "Tarnwick/Platform/DataStore.hpp"
 
+#include <algorithm>
 #include <bit>
 #include <new>
 #include <utility>
@@ -11,6 +12,9 @@ namespace {
 
 // What is smaller, a message or an answer, the C library handles as fast.
 constexpr std::size_t leastSize = 512;
+
+// How many buffers are moved while the lock is held once: a few microseconds.
+constexpr std::size_t stepsPerLock = 64;
 
 }  // namespace
 
@@ -35,55 +39,69 @@ Data DataStore::room(std::size_t size) {
   const std::size_t capacity = std::bit_ceil(size);
   {
     const MutexLock lock(lock_);
-    std::vector<Data>& shelf = shelves_[static_cast<std::size_t>(std::countr_zero(capacity))];
-    if (!shelf.empty()) {
-      data = std::move(shelf.back());
-      shelf.pop_back();
-      bytes_ -= data.capacity();
-    }
+    Shelf& shelf = shelfOf(capacity);
+    if (!shelf.blocks.empty()) data = pop(shelf);
   }
   data.clear();
   data.reserve(capacity);
   return data;
 }
 
-void DataStore::keep(Data data) noexcept {
-  const MutexLock lock(lock_);
-  add(std::move(data));
-}
+void DataStore::keep(Data data) noexcept { keep(std::span(&data, 1)); }
 
-void DataStore::keep(std::vector<Data> blocks) noexcept {
-  const MutexLock lock(lock_);
-  for (Data& block : blocks) add(std::move(block));
-}
+void DataStore::keep(std::vector<Data> blocks) noexcept { keep(std::span(blocks)); }
 
 std::size_t DataStore::keptBytes() {
   const MutexLock lock(lock_);
   return bytes_;
 }
 
-void DataStore::add(Data data) noexcept {
-  const std::size_t capacity = data.capacity();
-  if (capacity < leastSize || capacity > mostBytes) return;
-  makeRoom(capacity);
-  try {
-    shelves_[static_cast<std::size_t>(std::bit_width(capacity)) - 1].push_back(std::move(data));
-    bytes_ += capacity;
-  } catch (const std::bad_alloc&) {  // then it is freed
+void DataStore::keep(std::span<Data> blocks) noexcept {
+  while (!blocks.empty()) {
+    std::array<Data, stepsPerLock> evicted;  // freed when the lock has been released
+    const MutexLock lock(lock_);
+    for (std::size_t step = 0; step < stepsPerLock && !blocks.empty(); ++step) {
+      const std::size_t capacity = blocks.front().capacity();
+      const bool isKept = capacity >= leastSize && capacity <= mostBytes;
+      const bool isFull = bytes_ + capacity > mostBytes;
+      if (isKept && isFull && &fullest() != &shelfOf(capacity)) {
+        evicted[step] = pop(fullest());
+        continue;
+      }
+      if (isKept && !isFull) push(blocks.front());
+      blocks = blocks.subspan(1);  // the caller frees what was not kept
+    }
   }
 }
 
-void DataStore::makeRoom(std::size_t size) noexcept {
-  while (bytes_ + size > mostBytes) {
-    std::size_t fullest = 0;
-    for (std::size_t kind = 1; kind < kinds; ++kind) {
-      if (shelves_[kind].size() << kind > shelves_[fullest].size() << fullest) fullest = kind;
-    }
-    for (auto& shelf = shelves_[fullest]; bytes_ + size > mostBytes && !shelf.empty();) {
-      bytes_ -= shelf.back().capacity();
-      shelf.pop_back();
-    }
+void DataStore::push(Data& block) noexcept {
+  const std::size_t capacity = block.capacity();
+  Shelf& shelf = shelfOf(capacity);
+  try {
+    shelf.blocks.push_back(std::move(block));
+  } catch (const std::bad_alloc&) {  // then the caller frees it
+    return;
   }
+  shelf.bytes += capacity;
+  bytes_ += capacity;
+}
+
+Data DataStore::pop(Shelf& shelf) noexcept {
+  Data block = std::move(shelf.blocks.back());
+  shelf.blocks.pop_back();
+  shelf.bytes -= block.capacity();
+  bytes_ -= block.capacity();
+  return block;
+}
+
+DataStore::Shelf& DataStore::fullest() noexcept {
+  return *std::max_element(
+      shelves_.begin(), shelves_.end(),
+      [](const Shelf& left, const Shelf& right) { return left.bytes < right.bytes; });
+}
+
+DataStore::Shelf& DataStore::shelfOf(std::size_t capacity) noexcept {
+  return shelves_[static_cast<std::size_t>(std::bit_width(capacity)) - 1];
 }
 
 }  // namespace tarnwick

@@ -1,8 +1,10 @@
 #pragma once
 
 #include <array>
+#include <bit>
 #include <cstddef>
 #include <cstdint>
+#include <deque>
 #include <span>
 #include <vector>
 
@@ -27,11 +29,12 @@ class DataStore final {
   /// No bytes, with room for `size`, likewise.
   [[nodiscard]] Data room(std::size_t size);
 
-  /// Keeps the memory of `data`, whose bytes are not needed any more, in place of what fills the
-  /// store most.
+  /// Recycles the memory of `data`, whose bytes are not needed any more. When the store is full,
+  /// the memory replaces memory of the kind that fills it most, or is freed if it is of that kind.
   void keep(Data data) noexcept;
 
-  /// The same for several, at once: who receives meanwhile waits for the store but once.
+  /// The same for several buffers. The lock is held for a bounded number of them at a time, and no
+  /// memory is freed under it, so that receive threads never wait long for the store.
   void keep(std::vector<Data> blocks) noexcept;
 
   /// How many bytes are kept, at most mostBytes.
@@ -39,17 +42,20 @@ class DataStore final {
   static constexpr std::size_t mostBytes = std::size_t{32} << 20;
 
  private:
-  // Kept by the power of two that the room has or exceeds, so that finding some takes no search.
-  static constexpr std::size_t kinds = 8 * sizeof(std::size_t);
+  // Memory whose capacity has the same highest power of two, so that finding some takes no search.
+  struct Shelf {
+    std::deque<Data> blocks;  // which moves none of them when it grows, unlike a vector
+    std::size_t bytes = 0;
+  };
 
-  void add(Data data) noexcept TARNWICK_REQUIRES(lock_);
-
-  /// Frees memory of the kind that most is kept of, so that what an ended stream has left makes
-  /// way.
-  void makeRoom(std::size_t size) noexcept TARNWICK_REQUIRES(lock_);
+  void keep(std::span<Data> blocks) noexcept;
+  void push(Data& block) noexcept TARNWICK_REQUIRES(lock_);
+  Data pop(Shelf& shelf) noexcept TARNWICK_REQUIRES(lock_);
+  [[nodiscard]] Shelf& fullest() noexcept TARNWICK_REQUIRES(lock_);
+  [[nodiscard]] Shelf& shelfOf(std::size_t capacity) noexcept TARNWICK_REQUIRES(lock_);
 
   Mutex lock_;
-  std::array<std::vector<Data>, kinds> shelves_ TARNWICK_GUARDED_BY(lock_);
+  std::array<Shelf, std::bit_width(mostBytes)> shelves_ TARNWICK_GUARDED_BY(lock_);
   std::size_t bytes_ TARNWICK_GUARDED_BY(lock_) = 0;
 };
 
