@@ -6,6 +6,7 @@
 #include <cerrno>
 #include <cmath>
 #include <cstdlib>
+#include <ranges>
 #include <regex>
 #include <sstream>
 
@@ -68,6 +69,7 @@ void check(const std::string& text) {
   }
   const std::vector<std::string> parts = fields(text);
   expect(std::ranges::equal(split(text, "|~"), parts));
+  expect(std::ranges::equal(split(text, "|~", 2), std::views::take(parts, 2)));
   expect(firstField(text, "|~") == (parts.empty() ? "" : parts.front()));
   expect(parseInteger(text) == integer(text));
   const auto number = parseFloat(text), reference = real(text);

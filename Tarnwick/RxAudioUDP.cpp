@@ -47,14 +47,14 @@ RxMessage RxAudioUDP::classify(Data datagram) {
   if (!isValidUTF8(text)) return message;
   const std::string_view command = commandWord(text);
   if (equalsIgnoringCase(command, "wave")) {
-    const std::vector<std::string> fields = messageFields(text);
+    const std::vector<std::string> fields = commandFields(text);
     if (fields.size() != 6) return message;
     message.params = {fields[1], fields[3], fields[5]};
     message.response = RxResponse::Wave;
     return message;
   }
   if (equalsIgnoringCase(command, "recorded")) {
-    const std::vector<std::string> fields = messageFields(text);
+    const std::vector<std::string> fields = commandFields(text);
     if (fields.size() != 4) return message;
     return {{}, {{fields[1], fields[3]}}, RxResponse::Audio};
   }

@@ -65,12 +65,12 @@ RxMessage RxImageUDP::classify(Data datagram) {
   if (!isValidUTF8(text)) return message;
   const std::string_view command = commandWord(text);
   if (equalsIgnoringCase(command, "pin")) {
-    const std::vector<std::string> fields = messageFields(text);
+    const std::vector<std::string> fields = commandFields(text);
     if (fields.size() != 2) return message;
     message.params = {fields[1]};
     message.response = RxResponse::Pin;
   } else if (equalsIgnoringCase(command, "size")) {
-    const std::vector<std::string> fields = messageFields(text);
+    const std::vector<std::string> fields = commandFields(text);
     if (fields.size() == 2) {
       message.params = {fields[1]};
     } else if (fields.size() == 7) {

@@ -4,6 +4,11 @@
 #include "Tarnwick/Platform/Text.hpp"
 
 namespace tarnwick {
+namespace {
+
+constexpr std::size_t mostFields = 7;  // of a `size` with a rectangle
+
+}  // namespace
 
 std::optional<RxResponse> rxResponseFromRawValue(std::uint8_t rawValue) {
   if (rawValue > static_cast<std::uint8_t>(RxResponse::Unknown)) return std::nullopt;
@@ -18,6 +23,11 @@ std::string_view commandWord(std::string_view text) {
 
 std::vector<std::string> messageFields(std::string_view text) {
   const std::vector<std::string_view> fields = split(text, fieldSeparators);
+  return {fields.begin(), fields.end()};
+}
+
+std::vector<std::string> commandFields(std::string_view text) {
+  const std::vector<std::string_view> fields = split(text, fieldSeparators, mostFields + 1);
   return {fields.begin(), fields.end()};
 }
 

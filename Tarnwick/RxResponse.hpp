@@ -49,4 +49,8 @@ inline constexpr std::string_view fieldSeparators = "|~";
 /// The fields of a message, as texts of their own, without the empty ones. Any thread may call it.
 [[nodiscard]] std::vector<std::string> messageFields(std::string_view text);
 
+/// The first fields of a message: at most one more than any command has, which is enough to know
+/// that a command has too many. Any thread may call it.
+[[nodiscard]] std::vector<std::string> commandFields(std::string_view text);
+
 }  // namespace tarnwick

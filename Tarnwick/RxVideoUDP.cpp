@@ -56,7 +56,7 @@ RxMessage RxVideoUDP::classify(Data datagram) {
   if (equalsIgnoringCase(command, "start")) return {{}, {}, RxResponse::Start};
   if (equalsIgnoringCase(command, "stop")) return {{}, {}, RxResponse::Stop};
   if (equalsIgnoringCase(command, "videoframe")) {
-    const std::vector<std::string> fields = messageFields(text);
+    const std::vector<std::string> fields = commandFields(text);
     if (fields.size() != 4) return {{}, {}, RxResponse::VideoFrame};
     return {{}, {{fields[1], fields[3]}}, RxResponse::VideoFrame};
   }

@@ -44,20 +44,29 @@ struct Comma : std::numpunct<char> {
 };
 
 TEST(Text, ReadsAndWritesNumbersAlikeInEveryLocale) {
-  const auto expectNumbers = [] {
-    EXPECT_EQ(parseFloat("-1.5e3"), -1500.0F);
-    EXPECT_EQ(parseFloat("1,5"), std::nullopt);
-    EXPECT_TRUE(!parseInteger("5\n") && !parseFloat("5\n"));
-    EXPECT_EQ(shortestDecimal(1440.0) + " " + shortestDecimal(-0.1F), "1440.0 -0.1");
-    EXPECT_EQ(shortestDecimal(1e20), "100000000000000000000.0");
-  };
-  expectNumbers();
   std::locale::global(std::locale(std::locale(), std::make_unique<Comma>().release()));
   for (const char* name : {"de_DE.UTF-8", "fr_FR.UTF-8", "nl_NL.UTF-8"}) {
     if (std::setlocale(LC_ALL, name) != nullptr) break;  // where the system has one
   }
-  expectNumbers();
+  EXPECT_EQ(parseFloat("-1.5e3"), -1500.0F);
+  EXPECT_EQ(parseFloat("1,5"), std::nullopt);
+  EXPECT_TRUE(!parseInteger("5\n") && !parseFloat("5\n"));
+  EXPECT_EQ(shortestDecimal(1440.0) + " " + shortestDecimal(-0.1F), "1440.0 -0.1");
+  EXPECT_EQ(shortestDecimal(1e20), "100000000000000000000.0");
   std::locale::global(std::locale::classic());
+}
+
+TEST(Text, SplitsInTimeInProportionToItsLength) {
+  std::string text = "wave";
+  while (text.size() < 2'000'000) text += "~a";
+  const auto start = std::chrono::steady_clock::now();
+  EXPECT_EQ(messageFields(text).size(), 999'999U);
+  EXPECT_LT(std::chrono::steady_clock::now() - start, deadline);
+  EXPECT_EQ(commandFields(text).size(), 8U);  // more than any command has
+}
+
+TEST(Response, HasElevenRawValues) {
+  for (std::uint8_t i = 0; i < 20; ++i) EXPECT_EQ(rxResponseFromRawValue(i).has_value(), i < 11);
 }
 
 // --- Fatal errors, log lines ---

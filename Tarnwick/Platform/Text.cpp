@@ -45,12 +45,23 @@ std::size_t characterLength(std::string_view bytes) noexcept {
   return 0;
 }
 
+constexpr std::size_t firstWindow = 256;  // longer than nearly every field of a message
+
 /// Where the first of `separators` stands in `text`; its length when none does.
 std::size_t findSeparator(std::string_view text, std::string_view separators) noexcept {
   // One search a separator, each within what the one before left, is several times faster than
-  // looking at every character for all of them.
-  std::size_t end = text.size();
-  for (const char separator : separators) end = std::min(end, text.substr(0, end).find(separator));
+  // looking at every character for all of them. The window bounds the search for a separator that
+  // does not occur, and grows with the field, so that a field costs what its length does.
+  std::size_t end = 0;
+  for (std::size_t window = firstWindow; end < text.size(); window *= 2) {
+    const std::string_view part = text.substr(end, window);
+    std::size_t length = part.size();
+    for (const char separator : separators) {
+      length = std::min(length, part.substr(0, length).find(separator));
+    }
+    end += length;
+    if (length < part.size()) break;
+  }
   return end;
 }
 
@@ -105,10 +116,12 @@ bool isValidUTF8(std::string_view bytes) noexcept {
   }
 }
 
-std::vector<std::string_view> split(std::string_view text, std::string_view separators) {
+std::vector<std::string_view> split(std::string_view text, std::string_view separators,
+                                    std::size_t maximum) {
   std::vector<std::string_view> fields;
-  for (auto field = takeField(text, separators); !field.empty();
-       field = takeField(text, separators)) {
+  while (fields.size() < maximum) {
+    const std::string_view field = takeField(text, separators);
+    if (field.empty()) break;
     fields.push_back(field);
   }
   return fields;

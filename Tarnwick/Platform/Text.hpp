@@ -15,9 +15,11 @@ namespace tarnwick {
 /// surrogates, nothing above U+10FFFF). Ends at the first byte that is not.
 [[nodiscard]] bool isValidUTF8(std::string_view bytes) noexcept;
 
-/// The fields between separators, each character of `separators` on its own; empty ones left out.
+/// The first `maximum` fields between separators, each character of `separators` on its own. Empty
+/// fields are left out. Takes time in proportion to the text that the fields span.
 [[nodiscard]] std::vector<std::string_view> split(std::string_view text,
-                                                  std::string_view separators);
+                                                  std::string_view separators,
+                                                  std::size_t maximum = std::string_view::npos);
 
 /// The first of the fields that split() gives, found without splitting the rest; empty when there
 /// is none.
