@@ -22,6 +22,7 @@ class DispatchQueue::Turn {
     while (queue_.drainer_ != std::thread::id()) queue_.changed_.wait(queue_.lock_);
     queue_.drainer_ = std::this_thread::get_id();
     waiting_ = queue_.blocks_.size();
+    queue_.setReadable(false);
   }
 
   ~Turn() {
@@ -29,6 +30,7 @@ class DispatchQueue::Turn {
     {
       const MutexLock lock(queue_.lock_);
       queue_.drainer_ = std::thread::id();
+      if (!queue_.blocks_.empty()) queue_.setReadable(true);  // after a block that threw
     }
     queue_.changed_.notify_all();
   }
@@ -53,8 +55,8 @@ DispatchQueue& DispatchQueue::main() {
 void DispatchQueue::async(std::function<void()> block) {
   {
     const MutexLock lock(lock_);
-    if (blocks_.empty()) markReadable();
-    blocks_.push_back(std::move(block));
+    blocks_.push_back(std::move(block));  // may throw: nothing has changed yet
+    setReadable(true);
   }
   changed_.notify_all();
 }
@@ -96,7 +98,7 @@ int DispatchQueue::fileDescriptor() const {
     }
     readEnd_ = ends[0];
     writeEnd_ = ends[1];
-    if (!blocks_.empty()) markReadable();
+    if (!blocks_.empty()) setReadable(true);
   }
   return readEnd_;
 }
@@ -105,20 +107,15 @@ std::function<void()> DispatchQueue::takeFirst() {
   const MutexLock lock(lock_);
   std::function<void()> block = std::move(blocks_.front());
   blocks_.pop_front();
-  if (blocks_.empty()) markUnreadable();
   return block;
 }
 
-void DispatchQueue::markReadable() const {
-  const char byte = 0;
-  if (writeEnd_ != -1) [[maybe_unused]]
-    const auto written = write(writeEnd_, &byte, sizeof byte);
-}
-
-void DispatchQueue::markUnreadable() const {
+void DispatchQueue::setReadable(bool value) const {
+  if (readEnd_ == -1 || isReadable_ == value) return;
+  isReadable_ = value;
   char byte = 0;
-  if (readEnd_ != -1) [[maybe_unused]]
-    const auto count = read(readEnd_, &byte, sizeof byte);
+  [[maybe_unused]] const auto count =
+      value ? write(writeEnd_, &byte, sizeof byte) : read(readEnd_, &byte, sizeof byte);
 }
 
 }  // namespace tarnwick

@@ -26,7 +26,8 @@ class DispatchQueue {
   DispatchQueue(const DispatchQueue&) = delete;
   DispatchQueue& operator=(const DispatchQueue&) = delete;
 
-  /// Adds a block and returns at once. The block is released on the thread that ran it.
+  /// Adds a block and returns at once. The block is released on the thread that ran it. Throws
+  /// std::bad_alloc when no memory is left, which changes nothing.
   void async(std::function<void()> block);
 
   /// Runs the blocks that wait now, on the calling thread, and returns how many it ran; blocks that
@@ -35,14 +36,18 @@ class DispatchQueue {
   std::size_t drain();
 
   /// Drains, and waits for more, until stop() is called. Called by a block it only waits for that.
+  /// Several threads may call run() and drain(): blocks still run one at a time, in order.
   void run();
 
-  /// Lets run() return after the blocks under way; a run() that has not begun yet returns at once.
-  /// Not for signal handlers, as it takes a lock.
+  /// Lets one run() return after the blocks under way. With several threads in run(), each call
+  /// makes one of them return; a second call before it has returned changes nothing. With none, the
+  /// next run() returns at once. Not for signal handlers, as it takes a lock.
   void stop();
 
-  /// A descriptor that is readable while blocks wait, for poll() and its kin. It belongs to the
-  /// queue: read nothing from it and do not close it. Throws std::system_error if there is none.
+  /// A descriptor that is readable while blocks wait that no drain() has begun with, for poll() and
+  /// its kin. It becomes readable anew with the first block that is added after a drain() began, so
+  /// edge-triggered waiting (EPOLLET) works with one drain() per event. It belongs to the queue:
+  /// read nothing from it and do not close it. Throws std::system_error if there is none.
   [[nodiscard]] int fileDescriptor() const;
 
  private:
@@ -54,17 +59,17 @@ class DispatchQueue {
   class Turn;
 
   std::function<void()> takeFirst() TARNWICK_EXCLUDES(lock_);
-  void markReadable() const TARNWICK_REQUIRES(lock_);
-  void markUnreadable() const TARNWICK_REQUIRES(lock_);
+  void setReadable(bool value) const TARNWICK_REQUIRES(lock_);
 
   mutable Mutex lock_;
   std::condition_variable_any changed_;
   std::deque<std::function<void()>> blocks_ TARNWICK_GUARDED_BY(lock_);
   std::thread::id drainer_ TARNWICK_GUARDED_BY(lock_);  // the thread that drains, if one does
   bool stopped_ TARNWICK_GUARDED_BY(lock_) = false;
-  mutable int readEnd_ TARNWICK_GUARDED_BY(lock_) =
-      -1;  // of a pipe that holds one byte while blocks wait
+  // A pipe that holds one byte while it is readable, made by the first fileDescriptor().
+  mutable int readEnd_ TARNWICK_GUARDED_BY(lock_) = -1;
   mutable int writeEnd_ TARNWICK_GUARDED_BY(lock_) = -1;
+  mutable bool isReadable_ TARNWICK_GUARDED_BY(lock_) = false;
 };
 
 }  // namespace tarnwick
