@@ -1,18 +1,15 @@
 #include <gtest/gtest.h>
-#include <poll.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <clocale>
 #include <cmath>
 #include <locale>
-#include <stdexcept>
 #include <thread>
 #include <unordered_set>
 
 #include "Tarnwick/Platform/Arithmetic.hpp"
 #include "Tarnwick/Platform/DataStore.hpp"
-#include "Tarnwick/Platform/DispatchSemaphore.hpp"
 #include "Tarnwick/Platform/FatalError.hpp"
 #include "Tarnwick/Platform/Log.hpp"
 #include "Tarnwick/Platform/Text.hpp"
@@ -23,9 +20,6 @@ namespace tarnwick::test {
 namespace {
 
 using Limits = std::numeric_limits<std::int64_t>;
-
-/// Long enough for most of what must not happen to happen, if it can.
-constexpr std::chrono::milliseconds moment{30};
 
 constexpr double infinity = std::numeric_limits<double>::infinity();
 
@@ -168,195 +162,6 @@ TEST(DataStore, LetsALaterStreamTakeThePlaceOfAnEarlierOne) {
   for (int i = 0; i < 3; ++i) store.keep(Data(65'536));
   for (int i = 0; i < 3; ++i) EXPECT_EQ(store.room(65'500).capacity(), 65'536U);
   EXPECT_EQ(store.keptBytes(), DataStore::mostBytes - std::size_t{3} * 65'536);
-}
-
-// --- Main queue ---
-
-struct MainQueue : testing::Test {
-  [[nodiscard]] bool isReadable() const {
-    pollfd entry{queue.fileDescriptor(), POLLIN, 0};
-    return poll(&entry, 1, 0) == 1;
-  }
-  auto mark(int number) {
-    return [this, number] { order.push_back(number); };
-  }
-
-  DispatchQueue& queue = DispatchQueue::main();
-  std::vector<int> order;  // unguarded: two blocks at once would be a race
-};
-
-TEST_F(MainQueue, RunsWhatWaitsInOrderAndLeavesTheRest) {
-  queue.async(mark(0));
-  EXPECT_TRUE(isReadable());
-  queue.async([&] {
-    EXPECT_FALSE(isReadable());
-    queue.async(mark(2));
-    EXPECT_EQ(queue.drain(), 0U);
-    mark(1)();
-  });
-  for (const std::size_t count : {2U, 1U}) {
-    EXPECT_TRUE(isReadable());
-    EXPECT_EQ(queue.drain(), count);
-  }
-  EXPECT_FALSE(isReadable());
-  EXPECT_EQ(queue.drain(), 0U);
-  EXPECT_EQ(order, (std::vector{0, 1, 2}));
-}
-
-TEST_F(MainQueue, LetsAnExceptionPassAndKeepsTheRest) {
-  queue.async([] { throw std::runtime_error("block"); });
-  queue.async(mark(0));
-  EXPECT_THROW(queue.drain(), std::runtime_error);
-  EXPECT_TRUE(order.empty() && isReadable());
-  EXPECT_EQ(queue.drain(), 1U);
-}
-
-TEST_F(MainQueue, RunsUntilStopped) {
-  queue.stop();
-  queue.run();
-  DispatchSemaphore ran;
-  std::thread runner([this] { queue.run(); });
-  for (int i = 0; i < 3; ++i) {
-    queue.async([&] { ran.signal(); });
-    EXPECT_TRUE(ran.wait(deadline));
-  }
-  queue.stop();
-  runner.join();
-}
-
-TEST_F(MainQueue, LetsOneThreadDrainAtATime) {
-  std::atomic<std::size_t> drainers = 0, ran = 0;
-  DispatchSemaphore next;
-  queue.async([&] {
-    EXPECT_TRUE(eventually([&] { return drainers == 2; }));
-    EXPECT_FALSE(next.wait(moment));
-  });
-  queue.async([&] { next.signal(); });
-  for (int i = 0; i < 500; ++i) queue.async([this, mark = mark(i)] { queue.async(mark); });
-  const auto drainAll = [&] {
-    ++drainers;
-    EXPECT_TRUE(eventually([&] { return (ran += queue.drain()) == 1002; }));
-  };
-  runAtOnce({drainAll, drainAll});
-  EXPECT_TRUE(order.size() == 500 && std::is_sorted(order.begin(), order.end()));
-}
-
-// --- Operations ---
-
-struct Work : NSOperation {
-  explicit Work(std::function<void(Work&)> body) : body_(std::move(body)) {}
-  void main() override { body_(*this); }
-
- private:
-  std::function<void(Work&)> body_;
-};
-
-/// Notes each change of Executing and Finished with the value before (<) and after (>).
-void observe(NSOperation& operation, std::string& notes) {
-  operation.addObserver([&](const NSOperation& changed, std::string_view key, auto change) {
-    const bool value = key == "isFinished" ? changed.isFinished() : changed.isExecuting();
-    notes += key.substr(2, 1);
-    notes += change == NSOperation::Change::will ? "<" : ">";
-    notes += std::to_string(value) + " ";
-  });
-  operation.setCompletionBlock([&] { notes += "done "; });
-}
-
-TEST(Operation, AnnouncesEveryAssignment) {
-  std::string notes;
-  Work plain([&](Work&) { notes += "main "; });
-  observe(plain, notes);
-  plain.start();
-  EXPECT_EQ(std::exchange(notes, ""), "E<0 E>1 main E<1 E>0 F<0 F>1 done ");
-  BaseStreamOperation stream;
-  observe(stream, notes);
-  for (const bool value : {false, true, true, false}) stream.executing(value);
-  EXPECT_EQ(std::exchange(notes, ""), "E<0 E>0 E<0 E>1 E<1 E>1 E<1 E>0 ");
-  for (const bool value : {false, true, true, false, true}) stream.finish(value);
-  EXPECT_EQ(notes, "F<0 F>0 F<0 F>1 done F<1 F>1 F<1 F>0 F<0 F>1 ");
-}
-
-struct OperationQueue : testing::Test {
-  OperationQueue() { queue->setMaxConcurrentOperationCount(1); }
-  ~OperationQueue() override {
-    for (const auto& work : added) EXPECT_TRUE(eventually([&] { return work.expired(); }));
-  }
-  void add(std::function<void(Work&)> body) {
-    const auto work = std::make_shared<Work>(std::move(body));
-    added.emplace_back(work);
-    queue->addOperation(work);
-  }
-
-  DispatchSemaphore done;
-  std::atomic<int> completions = 0;
-  std::vector<std::weak_ptr<Work>> added;
-  std::shared_ptr<NSOperationQueue> queue = std::make_shared<NSOperationQueue>();
-  // Its main() does nothing: the test reports its end.
-  std::shared_ptr<BaseStreamOperation> pending = std::make_shared<BaseStreamOperation>();
-};
-
-TEST_F(OperationQueue, RunsOneAfterAnother) {
-  std::vector<int> order;  // unguarded: two at once would be a race
-  for (int i = 0; i < 200; ++i) add([&, i](Work&) { order.push_back(i); });
-  add([&](Work&) { done.signal(); });
-  ASSERT_TRUE(done.wait(deadline));
-  EXPECT_TRUE(order.size() == 200 && std::is_sorted(order.begin(), order.end()));
-}
-
-TEST_F(OperationQueue, HoldsThePlaceUntilTheEndIsReportedAndReleasesBeforeTheNext) {
-  const std::weak_ptr<NSOperation> operation = pending;
-  // The block holds its own operation, and must not keep it.
-  pending->setCompletionBlock([this, own = pending] { ++completions; });
-  queue->addOperation(pending);
-  add([this, operation](Work&) {
-    done.signal();
-    EXPECT_EQ(completions, 1);
-    EXPECT_TRUE(eventually([&] { return operation.expired(); }));
-  });
-  pending->executing(false);
-  EXPECT_FALSE(done.wait(moment));
-  std::exchange(pending, nullptr)->finish(true);
-  ASSERT_TRUE(done.wait(deadline));
-}
-
-TEST_F(OperationQueue, CancelsWhatWaitsAndWhatRuns) {
-  add([&](Work& running) {
-    done.signal();
-    EXPECT_TRUE(eventually([&] { return running.isCancelled(); }));
-  });
-  add([](Work& waiting) { EXPECT_TRUE(waiting.isCancelled()); });
-  ASSERT_TRUE(done.wait(deadline));
-  queue->cancelAllOperations();
-  add([](Work& later) { EXPECT_FALSE(later.isCancelled()); });
-}
-
-TEST_F(OperationQueue, OutlivesItsLastReference) {
-  queue->addOperation(pending);
-  for (int i = 0; i < 3; ++i) add([&](Work&) { done.signal(); });
-  // The queue's own thread runs and releases the block, which is the last to hold the queue.
-  pending->setCompletionBlock([this, last = std::exchange(queue, nullptr)] { ++completions; });
-  for (int i = 0; i < 2; ++i) pending->finish(true);
-  for (int i = 0; i < 3; ++i) EXPECT_TRUE(done.wait(deadline));
-  EXPECT_EQ(completions, 1);
-}
-
-TEST_F(OperationQueue, RunsAsManyAtOnceAsItMay) {
-  std::atomic<int> begun = 0;
-  const auto meet = [&](Work&) {
-    ++begun;
-    EXPECT_TRUE(eventually([&] { return begun == 2; }));
-    done.signal();
-  };
-  queue->setMaxConcurrentOperationCount(0);
-  for (int i = 0; i < 2; ++i) add(meet);
-  EXPECT_FALSE(done.wait(moment));
-  queue->setMaxConcurrentOperationCount(2);
-  for (int i = 0; i < 2; ++i) EXPECT_TRUE(done.wait(deadline));
-  queue->setMaxConcurrentOperationCount(0);
-  add([&](Work&) { done.signal(); });
-  EXPECT_FALSE(done.wait(moment));
-  queue->setMaxConcurrentOperationCount(-1);
-  EXPECT_TRUE(done.wait(deadline));
 }
 
 // --- UDPError ---

@@ -28,7 +28,10 @@ void NSOperation::setCompletionBlock(std::function<void()> block) {
 
 void NSOperation::addObserver(Observer observer) {
   const MutexLock lock(lock_);
-  observers_.push_back(std::move(observer));
+  auto observers = observers_ ? std::make_shared<std::vector<Observer>>(*observers_)
+                              : std::make_shared<std::vector<Observer>>();
+  observers->push_back(std::move(observer));
+  observers_ = std::move(observers);
 }
 
 void NSOperation::willChangeValue(std::string_view key) { announce(key, Change::will); }
@@ -45,19 +48,20 @@ void NSOperation::assign(std::atomic<bool>& field, std::string_view key, bool va
 }
 
 void NSOperation::announce(std::string_view key, Change change) {
-  std::vector<Observer> observers;
+  std::shared_ptr<const std::vector<Observer>> observers;
   {
     const MutexLock lock(lock_);
     observers = observers_;
   }
-  for (const Observer& observer : observers) observer(*this, key, change);
+  if (!observers) return;
+  for (const Observer& observer : *observers) observer(*this, key, change);
 }
 
 void NSOperation::reportFinished() {
   bool isQueued = false;
   {
     const MutexLock lock(lock_);
-    if (std::exchange(hasReportedFinished_, true)) return;
+    hasReportedFinished_ = true;
     isQueued = isQueued_;
     // Under the lock: once it is free, a queue may release the operation, if this is its last user.
     finished_.notify_all();

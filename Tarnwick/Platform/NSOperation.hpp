@@ -3,6 +3,7 @@
 #include <atomic>
 #include <condition_variable>
 #include <functional>
+#include <memory>
 #include <string_view>
 #include <vector>
 
@@ -97,7 +98,8 @@ class NSOperation {
   bool hasReportedFinished_ TARNWICK_GUARDED_BY(lock_) = false;
   bool isQueued_ TARNWICK_GUARDED_BY(lock_) = false;
   std::function<void()> completionBlock_ TARNWICK_GUARDED_BY(lock_);
-  std::vector<Observer> observers_ TARNWICK_GUARDED_BY(lock_);
+  // Replaced as a whole, never changed: an announcement shares it, which allocates nothing.
+  std::shared_ptr<const std::vector<Observer>> observers_ TARNWICK_GUARDED_BY(lock_);
 };
 
 }  // namespace tarnwick

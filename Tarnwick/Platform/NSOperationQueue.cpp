@@ -1,23 +1,14 @@
 #include "Tarnwick/Platform/NSOperationQueue.hpp"
 
 #include <algorithm>
-#include <chrono>
 #include <condition_variable>
-#include <deque>
+#include <list>
 #include <utility>
-#include <vector>
 
 #include "Tarnwick/Platform/Concurrently.hpp"
 #include "Tarnwick/Platform/NSThread.hpp"
 
 namespace tarnwick {
-namespace {
-
-/// A worker ends after this time without work: longer than the pause between the pictures of a
-/// stream, which need no new thread each, and short enough that a stream's end leaves none behind.
-constexpr std::chrono::seconds idleTime{1};
-
-}  // namespace
 
 class NSOperationQueue::State : public std::enable_shared_from_this<State> {
  public:
@@ -26,44 +17,51 @@ class NSOperationQueue::State : public std::enable_shared_from_this<State> {
       const MutexLock lock(lock_);
       maximum_ = maximum;
     }
-    changed_.notify_all();
     startWorkers();
   }
 
   void add(std::shared_ptr<NSOperation> operation) {
-    operation->joinQueue();
+    std::list<std::shared_ptr<NSOperation>> added;
+    added.push_back(std::move(operation));  // may throw: nothing has changed yet
+    added.back()->joinQueue();
     {
       const MutexLock lock(lock_);
-      waiting_.push_back(std::move(operation));
+      waiting_.splice(waiting_.end(), added);
     }
-    changed_.notify_one();
+    changed_.notify_all();  // not one, which may be a worker too many
     startWorkers();
   }
 
   void cancelAll() {
-    const MutexLock lock(lock_);
-    for (const auto& operation : running_) operation->cancel();
-    for (const auto& operation : waiting_) operation->cancel();
-  }
-
-  void abandon() {
     {
       const MutexLock lock(lock_);
-      isAbandoned_ = true;
+      for (const auto& operation : running_) operation->cancel();
+      for (const auto& operation : waiting_) operation->cancel();
+    }
+    endIdleWorkers();
+  }
+
+  /// Ends the workers that are idle, and from now on each one as soon as it is.
+  void endIdleWorkers() {
+    {
+      const MutexLock lock(lock_);
+      keepsIdleWorkers_ = false;
     }
     changed_.notify_all();
+    startWorkers();
   }
 
  private:
-  /// Starts a worker for each operation that none is free for, as far as the maximum allows.
-  void startWorkers() {
+  /// Starts a worker for each operation that no worker is free for, up to the maximum. Operations
+  /// whose worker cannot be started wait for the next call or the next free worker.
+  void startWorkers() noexcept {
     while (reserveWorker()) {
       try {
         NSThread::detachNewThread([state = shared_from_this()] { state->work(); });
       } catch (...) {
         const MutexLock lock(lock_);
         --workers_;
-        throw;
+        return;
       }
     }
   }
@@ -87,17 +85,13 @@ class NSOperationQueue::State : public std::enable_shared_from_this<State> {
 
   /// The next operation for a worker; none when the worker is to end.
   std::shared_ptr<NSOperation> next() {
-    const auto deadline = std::chrono::steady_clock::now() + idleTime;
     const MutexLock lock(lock_);
-    while (waiting_.empty() && !isAbandoned_ && workers_ <= maximum_) {
-      if (changed_.wait_until(lock_, deadline) == std::cv_status::timeout) break;
-    }
+    while (waiting_.empty() && keepsIdleWorkers_) changed_.wait(lock_);
     if (waiting_.empty() || workers_ > maximum_) {
       --workers_;
       return nullptr;
     }
-    running_.push_back(std::move(waiting_.front()));
-    waiting_.pop_front();
+    running_.splice(running_.end(), waiting_, waiting_.begin());  // allocates nothing
     return running_.back();
   }
 
@@ -110,16 +104,16 @@ class NSOperationQueue::State : public std::enable_shared_from_this<State> {
 
   Mutex lock_;
   std::condition_variable_any changed_;
-  std::deque<std::shared_ptr<NSOperation>> waiting_ TARNWICK_GUARDED_BY(lock_);
-  std::vector<std::shared_ptr<NSOperation>> running_ TARNWICK_GUARDED_BY(lock_);
+  std::list<std::shared_ptr<NSOperation>> waiting_ TARNWICK_GUARDED_BY(lock_);
+  std::list<std::shared_ptr<NSOperation>> running_ TARNWICK_GUARDED_BY(lock_);
   std::size_t maximum_ TARNWICK_GUARDED_BY(lock_) = processorCount();
   std::size_t workers_ TARNWICK_GUARDED_BY(lock_) = 0;  // each runs one operation or is free
-  bool isAbandoned_ TARNWICK_GUARDED_BY(lock_) = false;
+  bool keepsIdleWorkers_ TARNWICK_GUARDED_BY(lock_) = true;
 };
 
 NSOperationQueue::NSOperationQueue() : state_(std::make_shared<State>()) {}
 
-NSOperationQueue::~NSOperationQueue() { state_->abandon(); }
+NSOperationQueue::~NSOperationQueue() { state_->endIdleWorkers(); }
 
 void NSOperationQueue::setMaxConcurrentOperationCount(std::int64_t count) {
   state_->setMaximum(count < 0 ? processorCount() : static_cast<std::size_t>(count));

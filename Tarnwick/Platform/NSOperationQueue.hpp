@@ -12,6 +12,11 @@ namespace [[gnu::visibility("default")]] tarnwick {
 /// block has run and the queue has released it; so with a count of one, results come in order and
 /// one at a time. Any thread may call any member, and the last reference to the queue may go
 /// anywhere, a completion block included: operations that wait still run.
+///
+/// A thread is started when an operation needs one. It then waits for further operations, until the
+/// queue is destroyed or cancelAllOperations() is called. No member throws when a thread cannot be
+/// started: the operation waits for the next call of any member, the destructor included, or for a
+/// thread that becomes free.
 class NSOperationQueue {
  public:
   /// Empty, and with one operation a processor at once.
@@ -21,15 +26,16 @@ class NSOperationQueue {
   NSOperationQueue& operator=(const NSOperationQueue&) = delete;
 
   /// How many operations may run at once. Zero lets none begin; a negative count, the initial
-  /// setting, means one a processor. Throws as addOperation() does.
+  /// setting, means one a processor.
   void setMaxConcurrentOperationCount(std::int64_t count);
 
-  /// Adds an operation, not null, which belongs to this queue alone. Throws std::system_error when
-  /// a thread is needed and cannot be started; the operation then waits for the next call.
+  /// Adds an operation, not null, which belongs to this queue alone. Throws std::bad_alloc when no
+  /// memory is left, which changes nothing.
   void addOperation(std::shared_ptr<NSOperation> operation);
 
   /// Cancels the operations that wait and those that run. They stay on the queue and finish in
-  /// their own way.
+  /// their own way. From then on a thread ends as soon as no operation waits, and operations that
+  /// are added later start a new one.
   void cancelAllOperations();
 
  private:

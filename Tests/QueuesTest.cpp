@@ -1,0 +1,290 @@
+#include <gtest/gtest.h>
+#include <poll.h>
+
+#include <algorithm>
+#include <cstdlib>
+#include <new>
+#include <stdexcept>
+
+#include "Tarnwick/Platform/Concurrently.hpp"
+#include "Tarnwick/Platform/DispatchSemaphore.hpp"
+#include "Tarnwick/Tarnwick.hpp"
+#include "Tests/Support.hpp"
+
+static thread_local bool isMemoryLeft = true;
+
+// Not inlined, since g++ would take free() for a mismatch with `new`.
+void* operator new(std::size_t size) {
+  if (void* const memory = isMemoryLeft ? std::malloc(size) : nullptr) return memory;
+  throw std::bad_alloc();
+}
+[[gnu::noinline]] void operator delete(void* memory) noexcept { std::free(memory); }
+[[gnu::noinline]] void operator delete(void* memory, std::size_t) noexcept { std::free(memory); }
+
+namespace tarnwick::test {
+namespace {
+
+/// Long enough for most of what must not happen to happen, if it can.
+constexpr std::chrono::milliseconds moment{30};
+
+// --- Main queue ---
+
+struct MainQueue : testing::Test {
+  [[nodiscard]] bool isReadable() const {
+    pollfd entry{queue.fileDescriptor(), POLLIN, 0};
+    return poll(&entry, 1, 0) == 1;
+  }
+  auto mark(int number) {
+    return [this, number] { order.push_back(number); };
+  }
+
+  DispatchQueue& queue = DispatchQueue::main();
+  std::vector<int> order;  // unguarded: two blocks at once would be a race
+};
+
+TEST_F(MainQueue, RunsWhatWaitsInOrderAndLeavesTheRest) {
+  queue.async([&] {
+    EXPECT_FALSE(isReadable());  // although the next one waits, which this drain() runs
+    queue.async(mark(2));
+    EXPECT_TRUE(isReadable());
+    EXPECT_EQ(queue.drain(), 0U);
+    mark(0)();
+  });
+  EXPECT_TRUE(isReadable());
+  queue.async(mark(1));
+  for (const std::size_t count : {2U, 1U}) {
+    EXPECT_TRUE(isReadable());
+    EXPECT_EQ(queue.drain(), count);
+  }
+  EXPECT_FALSE(isReadable());
+  EXPECT_EQ(queue.drain(), 0U);
+  EXPECT_EQ(order, (std::vector{0, 1, 2}));
+}
+
+TEST_F(MainQueue, LetsAnExceptionPassAndKeepsTheRest) {
+  queue.async([] { throw std::runtime_error("block"); });
+  queue.async(mark(0));
+  EXPECT_THROW(queue.drain(), std::runtime_error);
+  EXPECT_TRUE(order.empty() && isReadable());
+  EXPECT_EQ(queue.drain(), 1U);
+}
+
+TEST_F(MainQueue, ChangesNothingWhenNoMemoryIsLeft) {
+  for (int i = 0; i < 100; ++i) {  // only some of them need memory
+    isMemoryLeft = false;
+    try {
+      queue.async([] {});
+      queue.drain();
+    } catch (const std::bad_alloc&) {
+    }
+    isMemoryLeft = true;
+    EXPECT_FALSE(isReadable());
+  }
+}
+
+TEST_F(MainQueue, RunsUntilStopped) {
+  queue.stop();
+  queue.run();
+  DispatchSemaphore ran;
+  std::thread runner([this] { queue.run(); });
+  for (int i = 0; i < 3; ++i) {
+    queue.async([&] { ran.signal(); });
+    EXPECT_TRUE(ran.wait(deadline));
+  }
+  queue.stop();
+  runner.join();
+}
+
+TEST_F(MainQueue, LetsOneThreadDrainAtATime) {
+  std::atomic<std::size_t> drainers = 0, ran = 0;
+  DispatchSemaphore next;
+  queue.async([&] {
+    EXPECT_TRUE(eventually([&] { return drainers == 2; }));
+    EXPECT_FALSE(next.wait(moment));
+  });
+  queue.async([&] { next.signal(); });
+  for (int i = 0; i < 500; ++i) queue.async([this, mark = mark(i)] { queue.async(mark); });
+  concurrently(2, [&](std::size_t) {
+    ++drainers;
+    EXPECT_TRUE(eventually([&] { return (ran += queue.drain()) == 1002; }));
+  });
+  EXPECT_TRUE(order.size() == 500 && std::is_sorted(order.begin(), order.end()));
+}
+
+// --- Operations ---
+
+struct Work : NSOperation {
+  explicit Work(std::function<void(Work&)> body) : body_(std::move(body)) {}
+  void main() override { body_(*this); }
+
+ private:
+  std::function<void(Work&)> body_;
+};
+
+/// Notes each change of Executing and Finished with the value before (<) and after (>).
+void observe(NSOperation& operation, std::string& notes) {
+  operation.addObserver([&](const NSOperation& changed, std::string_view key, auto change) {
+    const bool value = key == "isFinished" ? changed.isFinished() : changed.isExecuting();
+    notes += key.substr(2, 1);
+    notes += change == NSOperation::Change::will ? "<" : ">";
+    notes += std::to_string(value) + " ";
+  });
+  operation.setCompletionBlock([&] { notes += "done "; });
+}
+
+TEST(Operation, AnnouncesEveryAssignment) {
+  std::string notes;
+  Work plain([&](Work&) { notes += "main "; });
+  observe(plain, notes);
+  plain.start();
+  EXPECT_EQ(std::exchange(notes, ""), "E<0 E>1 main E<1 E>0 F<0 F>1 done ");
+  BaseStreamOperation stream;
+  observe(stream, notes);
+  for (const bool value : {false, true, true, false}) stream.executing(value);
+  EXPECT_EQ(std::exchange(notes, ""), "E<0 E>0 E<0 E>1 E<1 E>1 E<1 E>0 ");
+  for (const bool value : {false, true, true, false, true}) stream.finish(value);
+  EXPECT_EQ(notes, "F<0 F>0 F<0 F>1 done F<1 F>1 F<1 F>0 F<0 F>1 ");
+}
+
+struct OperationQueue : testing::Test {
+  OperationQueue() { queue->setMaxConcurrentOperationCount(1); }
+  ~OperationQueue() override { EXPECT_TRUE(isIdle()); }
+  void add(std::function<void(Work&)> body) {
+    const auto work = std::make_shared<Work>([run = std::move(body)](Work& running) {
+      isMemoryLeft = true;
+      run(running);
+      isMemoryLeft = false;  // what a worker does between the operations needs none
+    });
+    work->addObserver([](auto&&...) {});
+    added.emplace_back(work);
+    queue->addOperation(work);
+  }
+
+  /// Whether all operations that were added have been released; waited for.
+  bool isIdle() {
+    const auto isReleased = [](const auto& work) { return work.expired(); };
+    return eventually([&] { return std::ranges::all_of(added, isReleased); });
+  }
+
+  DispatchSemaphore done;
+  std::atomic<int> completions = 0;
+  std::vector<std::weak_ptr<Work>> added;
+  std::shared_ptr<NSOperationQueue> queue = std::make_shared<NSOperationQueue>();
+  // Its main() does nothing: the test reports its end.
+  std::shared_ptr<BaseStreamOperation> pending = std::make_shared<BaseStreamOperation>();
+};
+
+TEST_F(OperationQueue, HoldsThePlaceUntilTheEndIsReportedAndReleasesBeforeTheNext) {
+  const std::weak_ptr<NSOperation> operation = pending;
+  // The block holds its own operation, and must not keep it.
+  pending->setCompletionBlock([this, own = pending, tester = std::this_thread::get_id()] {
+    EXPECT_NE(std::this_thread::get_id(), tester);
+    ++completions;
+  });
+  queue->addOperation(pending);
+  add([this, operation](Work&) {
+    done.signal();
+    EXPECT_EQ(completions, 1);
+    EXPECT_TRUE(eventually([&] { return operation.expired(); }));
+  });
+  pending->executing(false);
+  queue->cancelAllOperations();
+  EXPECT_FALSE(done.wait(moment));
+  std::exchange(pending, nullptr)->finish(true);
+  ASSERT_TRUE(done.wait(deadline));
+}
+
+TEST_F(OperationQueue, CancelsWhatWaitsAndWhatRuns) {
+  add([&](Work& running) {
+    done.signal();
+    EXPECT_TRUE(eventually([&] { return running.isCancelled(); }));
+  });
+  add([](Work& waiting) { EXPECT_TRUE(waiting.isCancelled()); });
+  ASSERT_TRUE(done.wait(deadline));
+  queue->cancelAllOperations();
+  add([](Work& later) { EXPECT_FALSE(later.isCancelled()); });
+}
+
+TEST_F(OperationQueue, OutlivesItsLastReference) {
+  queue->addOperation(pending);
+  for (int i = 0; i < 3; ++i) add([&](Work&) { done.signal(); });
+  // The queue's own thread runs and releases the block, which is the last to hold the queue.
+  pending->setCompletionBlock([this, last = std::exchange(queue, nullptr)] { ++completions; });
+  for (int i = 0; i < 2; ++i) pending->finish(true);
+  for (int i = 0; i < 3; ++i) EXPECT_TRUE(done.wait(deadline));
+  EXPECT_EQ(completions, 1);
+}
+
+TEST_F(OperationQueue, RunsInOrderAsManyAtOnceAsItMay) {
+  std::atomic<bool> mayEnd = false;
+  std::atomic<int> next = 0;
+  for (const bool isLoweredWhileTwoRun : {true, false}) {
+    mayEnd = false;
+    next = 0;
+    queue->setMaxConcurrentOperationCount(2);
+    for (int i = 0; i < 2; ++i) {
+      add([&](Work&) {
+        done.signal();
+        EXPECT_TRUE(eventually([&] { return mayEnd.load(); }));
+      });
+    }
+    EXPECT_TRUE(done.wait(deadline) && done.wait(deadline));
+    mayEnd = !isLoweredWhileTwoRun;
+    EXPECT_TRUE(isLoweredWhileTwoRun || isIdle());
+    queue->setMaxConcurrentOperationCount(1);
+    for (int i = 0; i < (isLoweredWhileTwoRun ? 50 : 1); ++i) {
+      add([&, i](Work&) {
+        EXPECT_EQ(next, i);
+        std::this_thread::sleep_for(std::chrono::microseconds(200));
+        ++next;
+      });
+    }
+    mayEnd = true;
+    EXPECT_TRUE(isIdle());
+  }
+  queue->setMaxConcurrentOperationCount(0);
+  add([&](Work&) { done.signal(); });
+  EXPECT_FALSE(done.wait(moment));
+  queue->setMaxConcurrentOperationCount(-1);
+  EXPECT_TRUE(done.wait(deadline));
+}
+
+TEST_F(OperationQueue, KeepsAnIdleThreadUntilItIsToEnd) {
+  const auto runsOnThreadThatRan = [this](int earlier) {
+    add([this, earlier](Work&) {
+      thread_local const std::shared_ptr<void> atEnd(nullptr, [this](auto) { done.signal(); });
+      thread_local int runs = 0;
+      EXPECT_EQ(runs++, earlier);
+    });
+    return isIdle();
+  };
+  for (const bool isCancelled : {false, true}) {
+    for (int i = 0; i < 20; ++i) ASSERT_TRUE(runsOnThreadThatRan(i));
+    isCancelled ? queue->cancelAllOperations() : queue.reset(new NSOperationQueue);
+    EXPECT_TRUE(done.wait(deadline));
+  }
+  for (int i = 0; i < 2; ++i) EXPECT_TRUE(runsOnThreadThatRan(0) && done.wait(deadline));
+}
+
+TEST_F(OperationQueue, SurvivesAThreadThatCannotBeStartedAndMissingMemory) {
+  pending->setCompletionBlock([this] { ++completions; });
+  isMemoryLeft = false;
+  EXPECT_THROW(queue->addOperation(pending), std::bad_alloc);
+  isMemoryLeft = true;
+  pending->finish(true);
+  EXPECT_EQ(completions, 1);  // on this thread, as no queue has it
+#if defined(__GLIBC__)
+  pthread_attr_t usual, huge;
+  pthread_getattr_default_np(&usual);
+  pthread_getattr_default_np(&huge);
+  pthread_attr_setstacksize(&huge, std::size_t{1} << 50);
+  pthread_setattr_default_np(&huge);
+  for (int i = 0; i < 2; ++i) add([this](Work&) { done.signal(); });
+  pthread_setattr_default_np(&usual);
+  queue.reset();  // which tries again
+  EXPECT_TRUE(done.wait(deadline) && done.wait(deadline));
+#endif
+}
+
+}  // namespace
+}  // namespace tarnwick::test
