@@ -1,0 +1,120 @@
+#include <gtest/gtest.h>
+
+#include <thread>
+
+#include "Tests/Endpoints.hpp"
+
+namespace tarnwick::test {
+namespace {
+
+TEST(Client, SendsOneDatagramAMessage) {
+  Sending sending;
+  sending.client->send("before the start");
+  sending.client->beginOperation();
+  sending.client->send(Data());
+  sending.client->send(pattern(65500));
+  EXPECT_EQ(sending.peer.hearText(), "before the start");
+  EXPECT_EQ(sending.peer.hear(), Data());
+  EXPECT_EQ(sending.peer.hear(), pattern(65500));
+}
+
+TEST(Client, HoldsBackTheRestOfALongMessage) {
+  Sending sending(1000);
+  sending.client->beginOperation();
+  const Data message = pattern(2500);
+  sending.client->send(message);
+  EXPECT_EQ(sending.peer.hear(), Data(message.begin(), message.begin() + 1000));
+  EXPECT_TRUE(sending.peer.hearsNothing());
+  sending.client->send("next");
+  EXPECT_EQ(sending.peer.hear(), Data(message.begin() + 1000, message.begin() + 2000));
+  EXPECT_EQ(sending.peer.hear(), Data(message.begin() + 2000, message.end()));
+  EXPECT_EQ(sending.peer.hearText(), "next");
+}
+
+TEST(Client, EmptiesAFullQueueForTheNewestMessage) {
+  for (const int count : {100, 101}) {
+    Sending sending;
+    for (int i = 1; i <= count; ++i) sending.client->send(std::to_string(i));
+    sending.client->send("not \xFF text");  // no message at all: the queue stays as it is
+    sending.client->beginOperation();
+    for (int i = count == 101 ? 101 : 1; i <= count; ++i) {
+      EXPECT_EQ(sending.peer.hearText(), std::to_string(i));
+    }
+    EXPECT_TRUE(sending.peer.hearsNothing());
+  }
+}
+
+TEST(Client, DropsWhatWaitsWhenResetOrEnded) {
+  Sending sending;
+  sending.client->send("reset");
+  sending.client->resetMessageQueue();
+  sending.client->send("discarded");
+  sending.client->endOperation();
+  sending.client->send("sent");
+  sending.client->beginOperation();
+  EXPECT_EQ(sending.peer.hearText(), "sent");
+}
+
+TEST(Client, RetriesWhatCannotBeSent) {
+  Sending sending;
+  sending.client->setBufferLimit(largest);
+  sending.client->beginOperation();
+  sending.client->send(pattern(100000));
+  sending.client->send("behind");
+  EXPECT_TRUE(sending.peer.hearsNothing());
+  sending.client->setBufferLimit(60000);  // lowering takes effect at once
+  EXPECT_EQ(sending.hearSize(), 60000);
+  EXPECT_EQ(sending.hearSize(), 40000);
+  EXPECT_EQ(sending.peer.hearText(), "behind");
+}
+
+TEST(Client, GivesAReplyToDelegateAndWaitingCaller) {
+  Sending sending;
+  sending.client->beginOperation();
+  std::thread answering([&] {
+    EXPECT_EQ(sending.peer.hearText(), "question");
+    sending.peer.say("first");
+  });
+  std::optional<Data> answer;
+  const auto keep = [&](std::optional<Data> data) { answer = std::move(data); };
+  sending.client->send("question", [&](std::optional<Data> data) {
+    keep(std::move(data));
+    EXPECT_EQ(sending.listener->responses.await(), bytes("first"));
+    sending.peer.sendBytes({});  // while the call still lasts
+    EXPECT_EQ(sending.listener->responses.await(), Data());
+  });
+  answering.join();
+  EXPECT_EQ(answer, bytes("first"));
+  sending.client->send("again", keep);  // answered at once, by the reply that nobody took
+  EXPECT_EQ(answer, Data());
+  sending.client->send("and again", keep);
+  EXPECT_EQ(answer, std::nullopt);
+}
+
+TEST(Client, WaitsInVainOnItsOwnThread) {
+  Sending sending;
+  Mailbox<std::optional<Data>> answers;
+  sending.listener->listen = [&](const Data&) {
+    sending.client->send("?", [&](std::optional<Data> data) { answers.put(std::move(data)); });
+  };
+  sending.client->beginOperation();
+  sending.client->send("hello");
+  sending.peer.hear();
+  sending.peer.say("hello");
+  EXPECT_EQ(answers.await(), std::optional<std::optional<Data>>(std::optional<Data>()));
+}
+
+TEST(Client, FollowsWhoeverReplies) {
+  Sending sending;
+  sending.client->beginOperation();
+  sending.client->send("hello");
+  sending.peer.hear();
+  Peer stranger(sending.peer.target());
+  stranger.say("redirect");
+  EXPECT_EQ(sending.listener->responses.await(), bytes("redirect"));
+  sending.client->send("follow");
+  EXPECT_EQ(stranger.hearText(), "follow");
+}
+
+}  // namespace
+}  // namespace tarnwick::test

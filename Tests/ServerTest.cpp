@@ -1,0 +1,82 @@
+#include <gtest/gtest.h>
+
+#include "Tests/Endpoints.hpp"
+
+namespace tarnwick::test {
+namespace {
+
+TEST(Server, QueuesDatagramsInOrderOfArrival) {
+  Serving serving;
+  serving.server->beginOperation();
+  for (const char* text : {"one", "", "three"}) serving.peer.say(text);
+  EXPECT_EQ(serving.await(), bytes("one"));
+  EXPECT_EQ(serving.await(), Data());
+  EXPECT_EQ(serving.await(), bytes("three"));
+  EXPECT_EQ(serving.server->recieve(), std::nullopt);
+}
+
+TEST(Server, DropsItsQueueWhenAsked) {
+  Serving serving;
+  Mailbox<bool> queued;
+  serving.responder->answer = [&] {
+    queued.put(true);
+    return std::nullopt;
+  };
+  serving.server->beginOperation();
+  for (const char* text : {"one", "two"}) serving.peer.say(text);
+  EXPECT_TRUE(queued.await() && queued.await());
+  serving.server->clearRxQueue();
+  EXPECT_EQ(serving.server->recieve(), std::nullopt);
+}
+
+TEST(Server, CutsDatagramsToTheLimit) {
+  Serving serving(1024);
+  serving.server->beginOperation();
+  const auto receivedSize = [&](std::int64_t limit) {
+    serving.server->setBufferLimit(limit);
+    // The pass under way may still have the old limit.
+    for (int i = 0; i < 2; ++i) serving.peer.sendBytes(Data(2000));
+    std::ignore = serving.await();
+    return serving.await().size();
+  };
+  EXPECT_EQ(receivedSize(1024), 1024);
+  EXPECT_EQ(receivedSize(largest), 1024);  // the buffer is as large as it began
+  EXPECT_EQ(receivedSize(7), 7);
+  EXPECT_EQ(receivedSize(std::numeric_limits<std::int64_t>::min()), 0);
+}
+
+TEST(Server, TakesTheLargestDatagramAtAnyLargeLimit) {
+  Serving serving;
+  serving.server->setBufferLimit(largest);
+  serving.server->beginOperation();
+  serving.peer.sendBytes(pattern(65507));
+  EXPECT_EQ(serving.await(), pattern(65507));
+}
+
+TEST(Server, RepliesToWhoeverSpokeLast) {
+  Output output;
+  Serving serving(16);
+  serving.responder->answer = [server = serving.server]() -> std::optional<Data> {
+    auto datagram = server->recieve();
+    if (datagram == bytes("silence")) return std::nullopt;
+    if (datagram == bytes("nothing")) return Data();
+    if (datagram == bytes("more")) return pattern(5000);  // beyond its own limit
+    return datagram;
+  };
+  Peer second(serving.endpoint.second);
+  serving.server->beginOperation();
+  EXPECT_TRUE(output.awaitLine("Receive process running for server"));
+  serving.peer.say("ten bytes.");
+  EXPECT_EQ(serving.peer.hearText(), "ten bytes.");
+  EXPECT_TRUE(output.awaitLine("server sent response of length 10"));
+  serving.server->setName("renamed");
+  for (const char* text : {"silence", "nothing", "more"}) second.say(text);
+  EXPECT_EQ(second.hear(), Data());
+  EXPECT_EQ(second.hear(), pattern(5000));
+  EXPECT_TRUE(output.awaitLine("renamed sent response of length 5000"));
+  EXPECT_TRUE(serving.peer.hearsNothing());
+  EXPECT_EQ(output.lines().size(), 4);
+}
+
+}  // namespace
+}  // namespace tarnwick::test
