@@ -1,9 +1,25 @@
 #include "Tarnwick/UDPError.hpp"
 
+#include <array>
+#include <cstddef>
+
+#include "Tarnwick/Platform/FatalError.hpp"
 #include "Tarnwick/Platform/NeverDestroyed.hpp"
 
 namespace tarnwick {
 namespace {
+
+/// In the order of the cases.
+constexpr std::array texts{"Could not obtain socket",
+                           "Could not bind socket",
+                           "Address string given is not valid",
+                           "operation in progress",
+                           "Could not setup socket for non-blocking operation",
+                           "Could not obtain thread lock"};
+
+bool isCase(std::int64_t rawValue) {
+  return rawValue >= UDPError::noSocket && rawValue <= UDPError::threadLock;
+}
 
 class Category final : public std::error_category {
  public:
@@ -16,8 +32,12 @@ class Category final : public std::error_category {
 
 }  // namespace
 
+UDPError::UDPError(Case value) noexcept : case_(value) {
+  if (!isCase(value)) fatalError("Unexpectedly found nil while unwrapping an Optional value");
+}
+
 std::optional<UDPError> UDPError::fromRawValue(std::int64_t rawValue) noexcept {
-  if (rawValue < noSocket || rawValue > threadLock) return std::nullopt;
+  if (!isCase(rawValue)) return std::nullopt;
   return UDPError(static_cast<Case>(rawValue));
 }
 
@@ -27,21 +47,7 @@ std::error_code UDPError::code() const noexcept {
 }
 
 const char* UDPError::what() const noexcept {
-  switch (case_) {
-    case noSocket:
-      return "Could not obtain socket";
-    case bindSocket:
-      return "Could not bind socket";
-    case badAddress:
-      return "Address string given is not valid";
-    case alreadyInProgress:
-      return "operation in progress";
-    case setupForNonBlocking:
-      return "Could not setup socket for non-blocking operation";
-    case threadLock:
-      return "Could not obtain thread lock";
-  }
-  return "";
+  return texts[static_cast<std::size_t>(case_ - noSocket)];
 }
 
 }  // namespace tarnwick

@@ -45,8 +45,9 @@ class UDPError final : public std::exception, public LocalizedError {
     threadLock,           ///< the system gave no lock
   };
 
-  /// Implicit, so that a case is thrown and compared by its name alone.
-  UDPError(Case value) noexcept : case_(value) {}  // NOLINT(google-explicit-constructor)
+  /// Implicit, so that a case is thrown and compared by its name alone. A value that is no case is
+  /// a fatal error.
+  UDPError(Case value) noexcept;  // NOLINT(google-explicit-constructor)
 
   /// The error with this raw value; absent when there is none.
   [[nodiscard]] static std::optional<UDPError> fromRawValue(std::int64_t rawValue) noexcept;

@@ -95,7 +95,7 @@ TEST(Log, NeverMixesLines) {
 
 // --- UDPError ---
 
-TEST(UDPError, NamesItsCases) {
+TEST_F(Fatal, NamesTheCasesOfUDPError) {
   std::unordered_set<UDPError> different;
   std::int64_t rawValue = -999;
   for (const char* text :
@@ -117,6 +117,8 @@ TEST(UDPError, NamesItsCases) {
   EXPECT_TRUE(UDPError::fromRawValue(-996) == UDPError::alreadyInProgress);
   for (const std::int64_t value : {std::int64_t{-1000}, std::int64_t{-993}, Limits::min()}) {
     EXPECT_FALSE(UDPError::fromRawValue(value)) << value;
+    EXPECT_DEATH(UDPError(static_cast<UDPError::Case>(value)),
+                 says("Unexpectedly found nil while unwrapping an Optional value"));
   }
 }
 
