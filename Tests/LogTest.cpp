@@ -1,17 +1,14 @@
 #include <gtest/gtest.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cmath>
-#include <limits>
-#include <thread>
 #include <unordered_set>
 
 #include "Tarnwick/Platform/Arithmetic.hpp"
 #include "Tarnwick/Platform/FatalError.hpp"
-#include "Tarnwick/Platform/Log.hpp"
-#include "Tarnwick/Platform/Text.hpp"
-#include "Tarnwick/UDPError.hpp"
+#include "Tests/Support.hpp"
 
 namespace tarnwick::test {
 namespace {
@@ -65,8 +62,10 @@ void withObservedOutput(Body body) {
   std::fflush(stdout);
   dup2(STDERR_FILENO, STDOUT_FILENO);
   body();
-  _exit(0);
+  std::exit(0);
 }
+
+void logLong(const std::string& end) { logLine(std::string(300'000, 'x') + end); }
 
 TEST_F(Fatal, LetsHeldBackOutputOut) {
   const auto fail = [] {
@@ -74,23 +73,72 @@ TEST_F(Fatal, LetsHeldBackOutputOut) {
     fatalError("text");
   };
   EXPECT_DEATH(withObservedOutput(fail), testing::Eq("Fatal error: text\nheld back"));
-  EXPECT_EXIT(withObservedOutput([] { logLine("line"); }), testing::ExitedWithCode(0),
-              testing::Eq("line\n"));
+  EXPECT_DEATH(withObservedOutput([=] { logLong("logged"), fail(); }),
+               testing::ContainsRegex("logged\n.*held back$"));
+  const auto failUnread = [=] {
+    const Output output(true);
+    for (int i = 0; i < 5; ++i) logLong("");
+    fail();
+  };
+  EXPECT_DEATH(failUnread(), says("text"));
+}
+
+TEST_F(Fatal, LogsUntilTheProcessEnds) {
+  const auto end = [] {
+    std::atexit([] { logLong("late"); });
+    logLine("parent");
+    flushLog();
+    if (fork() == 0) return logLine("child");
+    wait(nullptr);
+    logLong("last");
+  };
+  EXPECT_EXIT(withObservedOutput(end), testing::ExitedWithCode(0),
+              testing::ContainsRegex("child\nx*late\nx*last\nx*late\n$"));
 }
 
 TEST(Log, NeverMixesLines) {
+  Output output;
   const auto lineOf = [](char letter) { return std::string(200, letter); };
-  const auto write = [=](char letter) {
+  const auto log = [&](char letter) {
     for (int i = 0; i < 400; ++i) logLine(lineOf(letter));
   };
-  testing::internal::CaptureStdout();
-  { const std::jthread a(write, 'a'), b(write, 'b'), c(write, 'c'); }
-  const std::string text = testing::internal::GetCapturedStdout();
-  const auto lines = split(text, "\n");
-  EXPECT_EQ(std::count(text.begin(), text.end(), '\n'), 1200);
-  for (const char letter : {'a', 'b', 'c'}) {
-    EXPECT_EQ(std::count(lines.begin(), lines.end(), lineOf(letter)), 400);
+  {
+    const std::jthread a(log, 'a'), b(log, 'b');
+    for (int i = 0; i < 400; ++i) std::puts(lineOf('c').c_str()), std::fflush(stdout);
   }
+  logLong("");
+  EXPECT_TRUE(output.awaitLine(std::string(300'000, 'x')));
+  for (const char letter : {'a', 'b', 'c'}) {
+    EXPECT_EQ(std::count(output.lines().begin(), output.lines().end(), lineOf(letter)), 400);
+  }
+}
+
+TEST(Log, DropsLinesWhileNobodyReads) {
+  Output output(true);
+  const auto line = [](std::size_t i) {
+    return std::to_string(1'000 + i) + std::string(1'000, '.');
+  };
+  for (std::size_t i = 0; i < 3'000; ++i) logLine(line(i));
+  EXPECT_FALSE(flushLog(std::chrono::milliseconds(1)));
+  output.beginReading();
+  EXPECT_TRUE(flushLog());
+  logLine("end");
+  EXPECT_TRUE(output.awaitLine("end"));
+  const std::vector<std::string>& lines = output.lines();
+  EXPECT_TRUE(lines.size() > 1'040 && lines.size() < 1'300);  // 1 MB, and what the pipe holds
+  EXPECT_TRUE(std::is_sorted(lines.begin(), lines.end()));
+  for (std::size_t i = 0; i < 1'000; ++i) EXPECT_EQ(lines[i].size(), 1'004);
+}
+
+TEST_F(Fatal, IsNoClosedPipe) {
+  const auto log = [] {
+    int ends[2]{};
+    const bool isClosed = pipe(ends) != -1 && close(ends[0]) != -1;
+    dup2(ends[1], STDOUT_FILENO);
+    logLine("to nobody");
+    _exit(isClosed && flushLog() ? 0 : 1);
+  };
+  EXPECT_EXIT(log(), testing::ExitedWithCode(0), "");
 }
 
 // --- UDPError ---

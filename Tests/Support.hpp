@@ -22,6 +22,7 @@
 
 #include "Tarnwick/Platform/Data.hpp"
 #include "Tarnwick/Platform/DispatchQueue.hpp"
+#include "Tarnwick/Platform/Log.hpp"
 #include "Tarnwick/UDPError.hpp"
 
 namespace tarnwick::test {
@@ -73,15 +74,19 @@ bool eventually(Condition holds) {
 /// Takes standard output over for its lifetime and collects it line by line.
 class Output {
  public:
-  Output() : standardOutput_(dup(STDOUT_FILENO)) {
+  /// Reads nothing before beginReading() if it is to block whoever writes.
+  explicit Output(bool blocks = false) : standardOutput_(dup(STDOUT_FILENO)) {
+    flushLog();
     std::fflush(stdout);
     int ends[2];
     if (pipe(ends) == -1) std::abort();
     dup2(ends[1], STDOUT_FILENO);
     close(ends[1]);
-    reader_ = std::thread([this, end = ends[0]] { read(end); });
+    end_ = ends[0];
+    if (!blocks) beginReading();
   }
   ~Output() {
+    flushLog();
     std::fflush(stdout);
     dup2(standardOutput_, STDOUT_FILENO);  // closes the pipe, which ends the reader
     close(standardOutput_);
@@ -92,6 +97,10 @@ class Output {
   }
   Output(const Output&) = delete;
   Output& operator=(const Output&) = delete;
+
+  void beginReading() {
+    reader_ = std::thread([this] { read(end_); });
+  }
 
   /// Waits for a line, word for word; false when the deadline has passed. What came before it is
   /// kept in lines().
@@ -120,7 +129,7 @@ class Output {
     std::fclose(stream);
   }
 
-  int standardOutput_;
+  int standardOutput_, end_;
   Mailbox<std::string> arriving_;
   std::vector<std::string> lines_;
   std::thread reader_;

@@ -4,13 +4,15 @@
 #include <cstdlib>
 #include <string>
 
+#include "Tarnwick/Platform/Log.hpp"
+
 namespace tarnwick {
 
-void fatalError(std::string_view text) {
+void fatalError(std::string_view text) noexcept {
   // One write for the whole line, so that no other thread's output comes between.
   const std::string line = "Fatal error: " + std::string(text) + "\n";
   std::fwrite(line.data(), 1, line.size(), stderr);
-  std::fflush(stdout);
+  if (flushLog()) std::fflush(stdout);  // else it is blocked, and flushing would never return
   std::abort();
 }
 

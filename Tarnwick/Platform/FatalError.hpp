@@ -8,9 +8,10 @@
 
 namespace tarnwick {
 
-/// Stops the process: writes `Fatal error: ` and `text` as one line on standard error, flushes
-/// standard output and aborts. For the conditions that are documented to end it, and no others.
-[[noreturn]] void fatalError(std::string_view text);
+/// Stops the process: writes `Fatal error: ` and `text` as one line on standard error, writes the
+/// log lines that wait, flushes standard output and aborts. A standard output that nobody reads
+/// delays this by a second. For the conditions that are documented to end it, and no others.
+[[noreturn]] void fatalError(std::string_view text) noexcept;
 
 /// The value of an optional that must have one; a fatal error when it has none.
 template <typename Value>
