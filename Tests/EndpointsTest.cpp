@@ -1,7 +1,9 @@
-#include <gtest/gtest.h>
+#include <sys/prctl.h>
+#include <sys/resource.h>
 
 #include <atomic>
 
+#include "Tarnwick/Platform/NSThread.hpp"
 #include "Tests/Endpoints.hpp"
 
 #if defined(TARNWICK_TEST_FAULTS)
@@ -100,6 +102,31 @@ TEST(SetUp, SurvivesAThreadThatCannotBeStarted) {
   EXPECT_EQ(serving.await(), bytes("heard"));
 }
 #endif
+
+// --- Threads ---
+
+TEST(Threads, StepFromTheNiceValueOfTheProcess) {
+  const auto settings = [] {
+    return std::pair(getpriority(PRIO_PROCESS, 0), prctl(PR_GET_TIMERSLACK));
+  };
+  const int nice = settings().first + 3;
+  Mailbox<std::pair<int, int>> seen;
+  std::thread([&] {  // has the nice value that the process began with
+    setpriority(PRIO_PROCESS, static_cast<id_t>(getpid()), nice);
+    NSThread::setThreadPriority(0.6);
+    NSThread::detachNewThread([&] {
+      seen.put(settings());
+      for (const double priority : {0.49, 0.45, 0.0}) {
+        NSThread::setThreadPriority(priority);
+        seen.put(settings());
+      }
+    });
+  })
+      .join();
+  for (const int expected : {nice, nice + 1, nice + 5, 19}) {
+    EXPECT_EQ(seen.await(), std::pair(expected, 50'000));
+  }
+}
 
 // --- Life cycle ---
 

@@ -5,29 +5,39 @@
 #include <sys/resource.h>
 #if defined(__linux__)
 #include <sys/prctl.h>
+#include <unistd.h>
 #endif
 
-#include <algorithm>
 #include <cmath>
 #include <thread>
 #include <utility>
 
 namespace tarnwick {
+namespace {
+
+constexpr double ordinaryPriority = 0.5;
+
+}  // namespace
 
 void NSThread::detachNewThread(std::function<void()> body) {
-  std::thread(std::move(body)).detach();
+  std::thread([body = std::move(body)] {
+    setThreadPriority(ordinaryPriority);
+    body();
+  }).detach();
 }
 
 void NSThread::setThreadPriority(double priority) noexcept {
 #if defined(__linux__)
-  // Under Linux's default policy a thread's priority is its nice value, from -20, which gets the
-  // most, to 19: a hundredth of the scale is one step, and the middle is where every thread begins.
-  // It is the calling thread's own (setpriority(2), "C library/kernel differences").
-  const auto nice = static_cast<int>(std::lround((0.5 - priority) * 100));
-  setpriority(PRIO_PROCESS, 0, std::clamp(nice, -20, 19));
-  // The kernel ends a sleep up to 50 microseconds late, to end several at once; who is more urgent
-  // than others is woken in time (PR_SET_TIMERSLACK in prctl(2), in nanoseconds).
-  if (nice < 0) prctl(PR_SET_TIMERSLACK, 1UL);
+  // Under Linux's default policy a thread's priority is its nice value, from -20 (highest) to 19,
+  // to which the kernel clamps it. A hundredth of the scale is one step from the nice value of the
+  // main thread, which is the process's own. Each thread has one ("C library/kernel differences" in
+  // setpriority(2)).
+  const auto step = static_cast<int>(std::lround((ordinaryPriority - priority) * 100));
+  const int processNice = getpriority(PRIO_PROCESS, static_cast<id_t>(getpid()));
+  setpriority(PRIO_PROCESS, 0, processNice + step);
+  // By default the kernel ends a sleep up to 50 microseconds late, to end several at once. A thread
+  // of higher priority is woken in time (PR_SET_TIMERSLACK in prctl(2), in nanoseconds).
+  prctl(PR_SET_TIMERSLACK, step < 0 ? 1UL : 50'000UL);
 #else
   int policy = 0;
   sched_param parameters{};
