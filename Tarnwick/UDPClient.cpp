@@ -10,6 +10,7 @@
 #include <utility>
 
 #include "Tarnwick/Platform/Log.hpp"
+#include "Tarnwick/Platform/Memory.hpp"
 #include "Tarnwick/Platform/NSThread.hpp"
 #include "Tarnwick/Platform/Text.hpp"
 #include "Tarnwick/UDPError.hpp"
@@ -25,7 +26,7 @@ constexpr auto pause = 1ms;        // between two passes of the send thread
 constexpr auto responseTime = 1s;  // for which a caller waits for a reply
 
 /// More than a datagram over IPv4 can carry (RFC 768, RFC 791): what is longer fails all the same.
-constexpr std::int64_t largestBuffer = 65535;
+constexpr std::size_t largestBuffer = 65535;
 
 int openSocket() {
   const int descriptor = ::socket(AF_INET, SOCK_DGRAM, IPPROTO_UDP);
@@ -44,13 +45,30 @@ sockaddr_in peerAddress(const std::string& text, std::uint16_t port) {
 
 }  // namespace
 
+/// Has the send thread pass replies to a waiting caller for as long as it lives.
+class UDPClient::Waiting {
+ public:
+  explicit Waiting(UDPClient& client) : client_(client) { set(true); }
+  ~Waiting() { set(false); }
+  Waiting(const Waiting&) = delete;
+  Waiting& operator=(const Waiting&) = delete;
+
+ private:
+  void set(bool isWaiting) {
+    const MutexLock lock(client_.threadLock_);
+    client_.useSemaphore_ = isWaiting;
+  }
+
+  UDPClient& client_;
+};
+
 UDPClient::UDPClient(Private, std::string name, const std::string& serverIPAddress,
                      std::uint16_t serverPort, std::shared_ptr<UDPClientDelegate> delegate)
     : theSocket_(openSocket()),
       serverAddress_(peerAddress(serverIPAddress, serverPort)),
       delegate_(std::move(delegate)),
       name_(std::move(name)) {
-  if (!threadLock_.isUsable()) throw UDPError(UDPError::threadLock);
+  if (!threadLock_.isUsable() || !semaphore_.isUsable()) throw UDPError(UDPError::threadLock);
 }
 
 std::shared_ptr<UDPClient> UDPClient::create(std::string name, const std::string& serverIPAddress,
@@ -79,13 +97,16 @@ std::shared_ptr<UDPClient> UDPClient::create(std::string name, const std::string
 }
 
 void UDPClient::beginOperation() {
-  logLine("Begin Operation for " + name());
+  ifMemoryAllows([this] { logLine("Begin Operation for " + name()); });
   const std::optional<RunFlag::Run> run = okToRun_.begin();
   if (!run) throw UDPError(UDPError::alreadyInProgress);
   const int socket = theSocket_.exchange(noDescriptor);
   try {
+    Transfer transfer{.socket = socket, .buffer = Data(limit(largestBuffer))};
     NSThread::detachNewThread(
-        [client = shared_from_this(), socket, run = *run] { client->sendProcess(socket, run); });
+        [client = shared_from_this(), run = *run, transfer = std::move(transfer)]() mutable {
+          client->sendProcess(transfer, run);
+        });
   } catch (...) {
     theSocket_ = socket;
     okToRun_.end(*run);
@@ -94,7 +115,7 @@ void UDPClient::beginOperation() {
 }
 
 void UDPClient::endOperation() {
-  logLine("End Operation for " + name());
+  ifMemoryAllows([this] { logLine("End Operation for " + name()); });
   okToRun_.end();
   resetMessageQueue();
 }
@@ -113,10 +134,7 @@ void UDPClient::send(Data data) {
 
 void UDPClient::send(std::string_view message,
                      const std::function<void(std::optional<Data>)>& completion) {
-  {
-    const MutexLock lock(threadLock_);
-    useSemaphore_ = true;
-  }
+  const Waiting waiting(*this);
   send(message);
   std::optional<Data> response;
   if (semaphore_.wait(responseTime)) {
@@ -124,14 +142,11 @@ void UDPClient::send(std::string_view message,
     response = responseForNotify_;
   }
   completion(std::move(response));
-  const MutexLock lock(threadLock_);
-  useSemaphore_ = false;
 }
 
 void UDPClient::resetMessageQueue() {
-  std::deque<Data> dropped;
   const MutexLock lock(threadLock_);
-  sendQueue_.swap(dropped);
+  sendQueue_.clear();
 }
 
 std::string UDPClient::name() const {
@@ -144,17 +159,15 @@ void UDPClient::setName(std::string name) {
   name_ = std::move(name);
 }
 
-void UDPClient::sendProcess(int socket, RunFlag::Run run) {
-  const auto capacity = std::clamp<std::int64_t>(bufferLimit_, 0, largestBuffer);
-  Transfer transfer{.socket = socket, .buffer = Data(static_cast<std::size_t>(capacity))};
+void UDPClient::sendProcess(Transfer& transfer, RunFlag::Run run) {
   NSThread::setThreadPriority(threadPriority);
-  logLine("Send process running for " + name());
+  ifMemoryAllows([this] { logLine("Send process running for " + name()); });
   while (okToRun_.isRunning(run)) {
     sendDatagram(transfer);
-    receiveResponse(transfer);
+    ifMemoryAllows([&] { receiveResponse(transfer); });
     NSThread::sleep(pause);
   }
-  if (socket != noDescriptor) close(socket);
+  if (transfer.socket != noDescriptor) close(transfer.socket);
 }
 
 void UDPClient::sendDatagram(Transfer& transfer) {

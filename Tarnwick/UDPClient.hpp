@@ -24,8 +24,9 @@ class UDPClientDelegate {
   virtual ~UDPClientDelegate() = default;
 
   /// Called on the send thread with the reply's bytes, of which there may be none; one call at a
-  /// time, and nothing is sent before it returns. It must not throw. After endOperation() one call
-  /// more, which was under way, may come.
+  /// time, and nothing is sent before it returns. It must not throw. After endOperation() at most
+  /// one more call can follow: the one in progress. Threads that it starts inherit the raised
+  /// priority and the timer slack of the send thread.
   virtual void receivedResponse(const Data& data) = 0;
 };
 
@@ -76,9 +77,10 @@ class UDPClient final : public std::enable_shared_from_this<UDPClient> {
   UDPClient(const UDPClient&) = delete;
   UDPClient& operator=(const UDPClient&) = delete;
 
-  /// Starts the send thread. Throws UDPError::alreadyInProgress while it runs, and
-  /// std::system_error when no thread can be started, which changes nothing. An endpoint that was
-  /// ended may be begun again, but sends nothing any more: its socket is gone.
+  /// Starts the send thread. Throws UDPError::alreadyInProgress while it runs. Throws
+  /// std::system_error when no thread can be started and std::bad_alloc when there is no memory for
+  /// its buffer; both change nothing. Later a lack of memory costs single replies. An endpoint that
+  /// was ended may be begun again, but sends nothing any more: its socket is gone.
   void beginOperation();
 
   /// Lets the send thread end with its pass under way, and close the socket; drops the messages
@@ -94,8 +96,9 @@ class UDPClient final : public std::enable_shared_from_this<UDPClient> {
 
   /// Queues a text and waits up to one second for the next reply, from whomever; then calls
   /// `completion`, before it returns, with the reply or with none. A second reply that comes
-  /// while a call lasts is kept, and answers the next call at once. `completion` must not be empty,
-  /// and must not throw. Not for receivedResponse(), on whose thread no reply can come meanwhile.
+  /// while a call lasts is kept, and answers the next call at once. What `completion` throws passes
+  /// to the caller, as does the std::bad_function_call of an empty one. Do not call it from
+  /// receivedResponse(): that blocks the send thread, which reads the replies.
   void send(std::string_view message, const std::function<void(std::optional<Data>)>& completion);
 
   /// Drops the messages that wait; not the rest of one that has begun to leave.
@@ -126,7 +129,9 @@ class UDPClient final : public std::enable_shared_from_this<UDPClient> {
     socklen_t addressLength = sizeof(sockaddr_in);
   };
 
-  void sendProcess(int socket, RunFlag::Run run);
+  class Waiting;
+
+  void sendProcess(Transfer& transfer, RunFlag::Run run);
   void sendDatagram(Transfer& transfer);
   void receiveResponse(Transfer& transfer);
   void notifyWaitingCaller(const Data& response);

@@ -9,6 +9,7 @@
 
 #include "Tarnwick/Platform/DataStore.hpp"
 #include "Tarnwick/Platform/Log.hpp"
+#include "Tarnwick/Platform/Memory.hpp"
 #include "Tarnwick/Platform/NSThread.hpp"
 #include "Tarnwick/UDPError.hpp"
 
@@ -19,7 +20,7 @@ constexpr int noDescriptor = -1;
 constexpr double threadPriority = 0.6;
 
 /// More than a datagram over IPv4 can carry (RFC 768, RFC 791): a larger buffer would stay empty.
-constexpr std::int64_t largestBuffer = 65535;
+constexpr std::size_t largestBuffer = 65535;
 
 sockaddr_in anyAddress(std::uint16_t port) {
   sockaddr_in address{};
@@ -71,8 +72,11 @@ void UDPServer::beginOperation() {
   if (!run) throw UDPError(UDPError::alreadyInProgress);
   const int socket = theSocket_.exchange(noDescriptor);
   try {
+    Data buffer(limit(largestBuffer));
     NSThread::detachNewThread(
-        [server = shared_from_this(), socket, run = *run] { server->receiveProcess(socket, run); });
+        [server = shared_from_this(), socket, run = *run, buffer = std::move(buffer)]() mutable {
+          server->receiveProcess(socket, run, buffer);
+        });
   } catch (...) {
     theSocket_ = socket;
     okToRun_.end(*run);
@@ -106,13 +110,12 @@ void UDPServer::setName(std::string name) {
   name_ = std::move(name);
 }
 
-void UDPServer::receiveProcess(int socket, RunFlag::Run run) {
-  Data buffer(static_cast<std::size_t>(std::clamp<std::int64_t>(bufferLimit_, 0, largestBuffer)));
+void UDPServer::receiveProcess(int socket, RunFlag::Run run, Data& buffer) {
   NSThread::setThreadPriority(threadPriority);
-  logLine("Receive process running for " + name());
+  ifMemoryAllows([&] { logLine("Receive process running for " + name()); });
   // Without pause: whoever streams through this endpoint gives it a processor, and gets every
   // datagram out of the system's small buffer at once.
-  while (okToRun_.isRunning(run)) receiveDatagram(socket, buffer);
+  while (okToRun_.isRunning(run)) ifMemoryAllows([&] { receiveDatagram(socket, buffer); });
   if (socket != noDescriptor) close(socket);
 }
 

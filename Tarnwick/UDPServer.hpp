@@ -23,7 +23,8 @@ class UDPServerDelegate {
   /// Called on the receive thread after a datagram was queued, one call at a time; the next one is
   /// not read before it returns. It fetches the datagram with UDPServer::recieve(), and returns the
   /// bytes to send back to its sender, if any; a reply that the system refuses to send is dropped.
-  /// It must not throw. After endOperation() one call more, which was under way, may come.
+  /// It must not throw. After endOperation() at most one more call can follow: the one in progress.
+  /// Threads that it starts inherit the raised priority and the timer slack of the receive thread.
   [[nodiscard]] virtual std::optional<Data> processMessageForResponse() = 0;
 };
 
@@ -38,7 +39,8 @@ class UDPServer final : public std::enable_shared_from_this<UDPServer> {
  public:
   /// Binds `port`; nothing is read before beginOperation(). `name` labels the log lines. Throws
   /// UDPError: noSocket, setupForNonBlocking, bindSocket or threadLock. A socket that is not begun,
-  /// or of a failed call, stays open until the process ends.
+  /// or of a failed call, stays open until the process ends. So pause between retries on a port
+  /// that is taken: each costs a descriptor.
   [[nodiscard]] static std::shared_ptr<UDPServer> create(std::string name, std::uint16_t port);
 
   /// The same with a delegate, null for none, which is held strongly.
@@ -54,9 +56,10 @@ class UDPServer final : public std::enable_shared_from_this<UDPServer> {
   UDPServer(const UDPServer&) = delete;
   UDPServer& operator=(const UDPServer&) = delete;
 
-  /// Starts the receive thread. Throws UDPError::alreadyInProgress while it runs, and
-  /// std::system_error when no thread can be started, which changes nothing. An endpoint that was
-  /// ended may be begun again, but receives nothing any more: its socket is gone.
+  /// Starts the receive thread. Throws UDPError::alreadyInProgress while it runs. Throws
+  /// std::system_error when no thread can be started and std::bad_alloc when there is no memory for
+  /// its buffer; both change nothing. Later a lack of memory costs single datagrams. An endpoint
+  /// that was ended may be begun again, but receives nothing any more: its socket is gone.
   void beginOperation();
 
   /// Lets the receive thread end with its pass under way, and close the socket. Returns at once.
@@ -88,7 +91,7 @@ class UDPServer final : public std::enable_shared_from_this<UDPServer> {
             std::shared_ptr<UDPServerDelegate> delegate);
 
  private:
-  void receiveProcess(int socket, RunFlag::Run run);
+  void receiveProcess(int socket, RunFlag::Run run, Data& buffer);
   void receiveDatagram(int socket, Data& buffer);
   void reply(int socket, const Data& response, socklen_t addressLength);
   [[nodiscard]] std::size_t limit(std::size_t capacity) const;

@@ -1,11 +1,13 @@
-#include <gtest/gtest.h>
-
-#include <thread>
+#include <sys/prctl.h>
 
 #include "Tests/Endpoints.hpp"
 
 namespace tarnwick::test {
 namespace {
+
+using namespace std::chrono_literals;
+
+using Clock = std::chrono::steady_clock;
 
 TEST(Client, SendsOneDatagramAMessage) {
   Sending sending;
@@ -25,6 +27,7 @@ TEST(Client, HoldsBackTheRestOfALongMessage) {
   sending.client->send(message);
   EXPECT_EQ(sending.peer.hear(), Data(message.begin(), message.begin() + 1000));
   EXPECT_TRUE(sending.peer.hearsNothing());
+  sending.client->resetMessageQueue();
   sending.client->send("next");
   EXPECT_EQ(sending.peer.hear(), Data(message.begin() + 1000, message.begin() + 2000));
   EXPECT_EQ(sending.peer.hear(), Data(message.begin() + 2000, message.end()));
@@ -36,10 +39,12 @@ TEST(Client, EmptiesAFullQueueForTheNewestMessage) {
     Sending sending;
     for (int i = 1; i <= count; ++i) sending.client->send(std::to_string(i));
     sending.client->send("not \xFF text");  // no message at all: the queue stays as it is
+    const auto start = Clock::now();
     sending.client->beginOperation();
     for (int i = count == 101 ? 101 : 1; i <= count; ++i) {
       EXPECT_EQ(sending.peer.hearText(), std::to_string(i));
     }
+    EXPECT_TRUE(count == 101 || Clock::now() - start >= 99ms);  // a pass for each
     EXPECT_TRUE(sending.peer.hearsNothing());
   }
 }
@@ -87,14 +92,31 @@ TEST(Client, GivesAReplyToDelegateAndWaitingCaller) {
   EXPECT_EQ(answer, bytes("first"));
   sending.client->send("again", keep);  // answered at once, by the reply that nobody took
   EXPECT_EQ(answer, Data());
-  sending.client->send("and again", keep);
+  const auto start = Clock::now();
+  const std::function<void(std::optional<Data>)> none;
+  EXPECT_THROW(sending.client->send("and again", none), std::bad_function_call);
+  EXPECT_TRUE(Clock::now() >= start + 1s && Clock::now() < start + 4s);
+  sending.peer.say("late");
+  EXPECT_EQ(sending.listener->responses.await(), bytes("late"));
+  sending.client->send("once more", keep);
   EXPECT_EQ(answer, std::nullopt);
+}
+
+TEST(Client, BeginsWithAnyLimitAndNoDelegate) {
+  Sending sending(-5, nullptr);
+  sending.client->beginOperation();
+  for (int i = 0; i < 3; ++i) {
+    sending.client->send("cut");
+    EXPECT_EQ(sending.peer.hear(), Data());
+    sending.peer.say("reply");
+  }
 }
 
 TEST(Client, WaitsInVainOnItsOwnThread) {
   Sending sending;
   Mailbox<std::optional<Data>> answers;
   sending.listener->listen = [&](const Data&) {
+    EXPECT_EQ(prctl(PR_GET_TIMERSLACK), 1);  // the thread is an urgent one
     sending.client->send("?", [&](std::optional<Data> data) { answers.put(std::move(data)); });
   };
   sending.client->beginOperation();

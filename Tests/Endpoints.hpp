@@ -26,9 +26,11 @@ struct Listener : UDPClientDelegate {
 
 /// A server, its delegate, and a peer that talks to it.
 struct Serving {
-  explicit Serving(std::int64_t bufferSize = 65500)
-      : endpoint(onFreePort(
-            [&](auto free) { return UDPServer::create("server", free, bufferSize, responder); })) {}
+  explicit Serving(std::int64_t bufferSize = 65500,
+                   std::shared_ptr<Responder> delegate = std::make_shared<Responder>())
+      : responder(std::move(delegate)), endpoint(onFreePort([&](auto free) {
+          return UDPServer::create("server", free, bufferSize, responder);
+        })) {}
   ~Serving() { server->endOperation(); }
 
   [[nodiscard]] Data await() const {
@@ -37,7 +39,7 @@ struct Serving {
     return datagram.value_or(Data());
   }
 
-  const std::shared_ptr<Responder> responder = std::make_shared<Responder>();
+  const std::shared_ptr<Responder> responder;
   const std::pair<std::shared_ptr<UDPServer>, std::uint16_t> endpoint;
   UDPServer* const server = endpoint.first.get();
   Peer peer{endpoint.second};
@@ -45,15 +47,17 @@ struct Serving {
 
 /// A client, its delegate, and the peer that it talks to.
 struct Sending {
-  explicit Sending(std::int64_t bufferSize = 65500)
-      : client(UDPClient::create("client", "127.0.0.1", peer.port(), bufferSize, listener)) {}
+  explicit Sending(std::int64_t bufferSize = 65500,
+                   std::shared_ptr<Listener> delegate = std::make_shared<Listener>())
+      : listener(std::move(delegate)),
+        client(UDPClient::create("client", "127.0.0.1", peer.port(), bufferSize, listener)) {}
   ~Sending() { client->endOperation(); }
 
   /// What the peer hears next, by length.
   std::size_t hearSize() { return peer.hear().value_or(Data()).size(); }
 
   Peer peer;
-  const std::shared_ptr<Listener> listener = std::make_shared<Listener>();
+  const std::shared_ptr<Listener> listener;
   const std::shared_ptr<UDPClient> client;
 };
 

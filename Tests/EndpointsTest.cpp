@@ -5,10 +5,12 @@
 
 #include "Tarnwick/Platform/NSThread.hpp"
 #include "Tests/Endpoints.hpp"
+#include "Tests/Process.hpp"
 
 #if defined(TARNWICK_TEST_FAULTS)
 // The linker leads these calls of the library here, so that a test can let them fail.
-std::atomic<bool> failSocket = false, failFcntl = false, failMutex = false;
+std::atomic<bool> failSocket = false, failFcntl = false;
+std::atomic<int> mutexesBeforeFailure = -1;
 // NOLINTBEGIN(bugprone-reserved-identifier): the linker's names.
 extern "C" {
 int __real_socket(int, int, int);
@@ -21,11 +23,19 @@ int __wrap_fcntl(int descriptor, int command, int value) {
 }
 int __real_pthread_mutex_init(pthread_mutex_t*, const pthread_mutexattr_t*);
 int __wrap_pthread_mutex_init(pthread_mutex_t* mutex, const pthread_mutexattr_t* attributes) {
-  return failMutex ? ENOMEM : __real_pthread_mutex_init(mutex, attributes);
+  return mutexesBeforeFailure-- == 0 ? ENOMEM : __real_pthread_mutex_init(mutex, attributes);
 }
 }
 // NOLINTEND(bugprone-reserved-identifier)
 #endif
+
+std::atomic<std::size_t> refusedSize = SIZE_MAX;  // allocations of it and above fail
+void* operator new(std::size_t size) {
+  if (size >= refusedSize) throw std::bad_alloc();
+  return std::malloc(size);
+}
+void operator delete(void* memory) noexcept { std::free(memory); }
+void operator delete(void* memory, std::size_t) noexcept { std::free(memory); }
 
 namespace tarnwick::test {
 namespace {
@@ -48,14 +58,20 @@ TEST(SetUp, RefusesWhatIsTakenOrNoAddress) {
 
 #if defined(TARNWICK_TEST_FAULTS)
 TEST(SetUp, ReportsWhatTheSystemRefuses) {
-  for (const auto& [fault, error] : {std::pair{&failSocket, UDPError::noSocket},
-                                     {&failFcntl, UDPError::setupForNonBlocking},
-                                     {&failMutex, UDPError::threadLock}}) {
+  for (const auto& [fault, error] :
+       {std::pair{&failSocket, UDPError::noSocket}, {&failFcntl, UDPError::setupForNonBlocking}}) {
     *fault = true;
     EXPECT_EQ(errorOf([] { std::ignore = UDPServer::create("server", 0); }), error);
     EXPECT_EQ(errorOf([] { std::ignore = UDPClient::create("client", "127.0.0.1", 1); }), error);
     *fault = false;
   }
+  for (const int before : {0, 1}) {  // a client has two, a server one
+    mutexesBeforeFailure = before;
+    EXPECT_EQ(errorOf([] { std::ignore = UDPClient::create("client", "127.0.0.1", 1); }),
+              UDPError::threadLock);
+  }
+  mutexesBeforeFailure = 0;
+  EXPECT_EQ(errorOf([] { std::ignore = UDPServer::create("server", 0); }), UDPError::threadLock);
 }
 #endif
 
@@ -69,39 +85,6 @@ TEST(SetUp, CapsTheBufferSizeAndNothingElse) {
     EXPECT_EQ(sending.client->bufferLimit(), largest);
   }
 }
-
-TEST(SetUp, RefusesASecondStart) {
-  Output output;
-  const Serving serving;
-  const Sending sending;
-  serving.server->beginOperation();
-  EXPECT_EQ(errorOf([&] { serving.server->beginOperation(); }), UDPError::alreadyInProgress);
-  sending.client->beginOperation();
-  EXPECT_TRUE(output.awaitLine("Begin Operation for client"));
-  EXPECT_EQ(errorOf([&] { sending.client->beginOperation(); }), UDPError::alreadyInProgress);
-  EXPECT_TRUE(output.awaitLine("Begin Operation for client"));
-  sending.client->endOperation();
-  EXPECT_TRUE(output.awaitLine("End Operation for client"));
-}
-
-#if defined(__GLIBC__)
-TEST(SetUp, SurvivesAThreadThatCannotBeStarted) {
-  Serving serving;
-  const Sending sending;
-  pthread_attr_t usual, huge;
-  pthread_getattr_default_np(&usual);
-  pthread_getattr_default_np(&huge);
-  pthread_attr_setstacksize(&huge, std::size_t{1} << 50);
-  pthread_setattr_default_np(&huge);
-  EXPECT_THROW(serving.server->beginOperation(), std::system_error);
-  EXPECT_THROW(sending.client->beginOperation(), std::system_error);
-  pthread_setattr_default_np(&usual);
-  serving.server->beginOperation();
-  sending.client->beginOperation();
-  serving.peer.say("heard");
-  EXPECT_EQ(serving.await(), bytes("heard"));
-}
-#endif
 
 // --- Threads ---
 
@@ -128,25 +111,44 @@ TEST(Threads, StepFromTheNiceValueOfTheProcess) {
   }
 }
 
+TEST(Threads, AreWokenByASemaphore) {
+  const auto start = std::chrono::steady_clock::now();
+  DispatchSemaphore ping, pong;
+  std::thread other([&] {
+    for (int i = 0; i < 100 && ping.wait(deadline); ++i) pong.signal();
+  });
+  for (int i = 0; i < 100; ++i) {
+    ping.signal();
+    EXPECT_TRUE(pong.wait(deadline));
+  }
+  other.join();
+  EXPECT_LT(std::chrono::steady_clock::now() - start, deadline);
+}
+
 // --- Life cycle ---
 
 TEST(LifeCycle, EndsBeforeTheStartAndFromInsideACall) {
-  Serving serving;
-  serving.server->endOperation();
-  serving.responder->answer = [server = serving.server]() -> std::optional<Data> {
+  auto responder = std::make_shared<Responder>();
+  auto [server, port] =
+      onFreePort([&](auto free) { return UDPServer::create("server", free, responder); });
+  server->endOperation();
+  responder->answer = [server = server.get()]() -> std::optional<Data> {
     server->endOperation();
     return bytes("goodbye");
   };
-  serving.server->beginOperation();
-  serving.peer.say("hello");
-  EXPECT_EQ(serving.peer.hearText(), "goodbye");
-  EXPECT_TRUE(eventually([&] { return isPortFree(serving.endpoint.second); }));
+  server->beginOperation();
+  server.reset(), responder.reset();  // the thread holds both
+  Peer peer(port);
+  peer.say("hello");
+  EXPECT_EQ(peer.hearText(), "goodbye");
+  EXPECT_TRUE(eventually([&, free = port] { return isPortFree(free); }));
 }
 
 TEST(LifeCycle, RestartsWithoutASocket) {
   Output output;
   const Serving serving;
-  const Sending sending;
+  Sending sending;
+  const std::int64_t before = holdings().descriptors - 2;
   for (int run = 0; run < 2; ++run) {
     serving.server->endOperation();
     sending.client->endOperation();
@@ -155,31 +157,48 @@ TEST(LifeCycle, RestartsWithoutASocket) {
     sending.client->beginOperation();
     EXPECT_TRUE(output.awaitLine("Send process running for client"));
   }
-  EXPECT_TRUE(eventually([&] { return isPortFree(serving.endpoint.second); }));
-  sending.client->send("to nobody");
+  EXPECT_TRUE(eventually([&] { return holdings().descriptors == before; }));
   // Whatever descriptors are given out now, the endpoints that run again leave them alone.
   Peer first, second;
   for (int i = 0; i < 200; ++i) {
+    sending.client->send("to nobody");
     Peer(first.port()).say("first");
     Peer(second.port()).say("second");
     EXPECT_EQ(first.hearText(), "first");
     EXPECT_EQ(second.hearText(), "second");
   }
   EXPECT_EQ(serving.server->recieve(), std::nullopt);
+  EXPECT_TRUE(sending.peer.hearsNothing());
 }
 
 TEST(LifeCycle, FreesAnEndpointOnceItsThreadHasEnded) {
+  Output output;
   std::weak_ptr<UDPServer> server;
   std::weak_ptr<UDPClient> client;
+  const std::int64_t before = holdings().descriptors;
   {
     const Serving serving;
     const Sending sending;
     serving.server->beginOperation();
     sending.client->beginOperation();
+    const auto startBoth = [&] {
+      EXPECT_EQ(errorOf([&] { serving.server->beginOperation(); }), UDPError::alreadyInProgress);
+      sending.client->beginOperation();
+    };
+    EXPECT_EQ(errorOf(startBoth), UDPError::alreadyInProgress);
     server = serving.endpoint.first;
     client = sending.client;
   }
   EXPECT_TRUE(eventually([&] { return server.expired() && client.expired(); }));
+  EXPECT_EQ(holdings().descriptors, before);
+  logLine("All ended");
+  EXPECT_TRUE(output.awaitLine("All ended"));
+  EXPECT_EQ(output.lines().size(), 6);  // "Begin" twice; "Receive", "Send" and "End" once
+  {
+    const Serving unused;
+    const Sending idle;
+  }  // their sockets stay open
+  EXPECT_EQ(holdings().descriptors, before + 2);
 }
 
 TEST(LifeCycle, EndsThoughNobodyReadsItsLog) {
@@ -200,6 +219,43 @@ TEST(LifeCycle, EndsThoughNobodyReadsItsLog) {
     std::exit(eventually([&] { return isPortFree(serving.endpoint.second); }) ? 0 : 2);
   };
   EXPECT_EXIT(flood(), testing::ExitedWithCode(0), "");
+}
+
+TEST(LifeCycle, OutlastsALackOfThreadsAndMemory) {
+  Serving serving;
+  Sending sending;
+  const auto expectNoStart = [&] {
+    EXPECT_THROW(serving.server->beginOperation(), std::exception);
+    EXPECT_THROW(sending.client->beginOperation(), std::exception);
+  };
+  pthread_attr_t usual, huge;
+  pthread_getattr_default_np(&usual);
+  pthread_getattr_default_np(&huge);
+  pthread_attr_setstacksize(&huge, std::size_t{1} << 50);
+  pthread_setattr_default_np(&huge);
+  expectNoStart();
+  pthread_setattr_default_np(&usual);
+
+  const Data large(40'000);
+  serving.server->setName(std::string(70'000, 's'));
+  sending.client->setName(std::string(70'000, 'c'));
+  std::string line(14'999, '.');
+  refusedSize = 15'000;
+  logLine(std::move(line));
+  expectNoStart();
+  refusedSize = 66'000;  // enough for all but the names
+  serving.server->beginOperation();
+  sending.client->beginOperation();
+  sending.client->send("hello");
+  sending.peer.hear();
+  serving.peer.say("hello");
+  EXPECT_EQ(serving.await(), bytes("hello"));
+  refusedSize = 15'000;
+  for (Peer* peer : {&serving.peer, &sending.peer}) peer->sendBytes(large), peer->say("small");
+  EXPECT_EQ(serving.await(), bytes("small"));
+  EXPECT_EQ(sending.listener->responses.await(), bytes("small"));
+  sending.client->endOperation();
+  refusedSize = SIZE_MAX;
 }
 
 }  // namespace

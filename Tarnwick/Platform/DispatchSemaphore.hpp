@@ -13,6 +13,9 @@ namespace [[gnu::visibility("default")]] tarnwick {
 /// to wait.)
 class DispatchSemaphore {
  public:
+  /// Whether the system granted its mutex. A semaphore without one must not be used.
+  [[nodiscard]] bool isUsable() const noexcept { return lock_.isUsable(); }
+
   /// Adds one to the count and wakes a waiting thread.
   void signal();
 
