@@ -1,4 +1,4 @@
-#include <gtest/gtest.h>
+#include <sys/prctl.h>
 
 #include "Tests/Endpoints.hpp"
 
@@ -15,7 +15,8 @@ TEST(Server, QueuesDatagramsInOrderOfArrival) {
   EXPECT_EQ(serving.server->recieve(), std::nullopt);
 }
 
-TEST(Server, DropsItsQueueWhenAsked) {
+TEST(Server, DropsItsQueueOnlyWhenAsked) {
+  Output output;
   Serving serving;
   Mailbox<bool> queued;
   serving.responder->answer = [&] {
@@ -23,8 +24,14 @@ TEST(Server, DropsItsQueueWhenAsked) {
     return std::nullopt;
   };
   serving.server->beginOperation();
-  for (const char* text : {"one", "two"}) serving.peer.say(text);
-  EXPECT_TRUE(queued.await() && queued.await());
+  for (const char* text : {"one", "two", "three"}) serving.peer.say(text);
+  EXPECT_TRUE(queued.await() && queued.await() && queued.await());
+  serving.server->endOperation();
+  EXPECT_TRUE(eventually([&] { return isPortFree(serving.endpoint.second); }));
+  logLine("end");
+  EXPECT_TRUE(output.awaitLine("end"));
+  EXPECT_EQ(output.lines().size(), 2);
+  EXPECT_EQ(serving.await(), bytes("one"));
   serving.server->clearRxQueue();
   EXPECT_EQ(serving.server->recieve(), std::nullopt);
 }
@@ -45,21 +52,25 @@ TEST(Server, CutsDatagramsToTheLimit) {
   EXPECT_EQ(receivedSize(std::numeric_limits<std::int64_t>::min()), 0);
 }
 
-TEST(Server, TakesTheLargestDatagramAtAnyLargeLimit) {
-  Serving serving;
-  serving.server->setBufferLimit(largest);
-  serving.server->beginOperation();
-  serving.peer.sendBytes(pattern(65507));
-  EXPECT_EQ(serving.await(), pattern(65507));
+TEST(Server, BeginsWithAnyLimitAndNoDelegate) {
+  for (const auto& [limit, size] : {std::pair{largest, 65507U}, {-largest, 0U}}) {
+    Serving serving(0, nullptr);
+    serving.server->setBufferLimit(limit);
+    serving.server->beginOperation();
+    for (int i = 0; i < 2; ++i) serving.peer.sendBytes(pattern(65507));
+    for (int i = 0; i < 2; ++i) EXPECT_EQ(serving.await(), pattern(size));
+  }
 }
 
 TEST(Server, RepliesToWhoeverSpokeLast) {
   Output output;
   Serving serving(16);
   serving.responder->answer = [server = serving.server]() -> std::optional<Data> {
+    EXPECT_EQ(prctl(PR_GET_TIMERSLACK), 1);  // the thread is an urgent one
     auto datagram = server->recieve();
     if (datagram == bytes("silence")) return std::nullopt;
     if (datagram == bytes("nothing")) return Data();
+    if (datagram == bytes("too much")) return Data(70'000);
     if (datagram == bytes("more")) return pattern(5000);  // beyond its own limit
     return datagram;
   };
@@ -69,13 +80,18 @@ TEST(Server, RepliesToWhoeverSpokeLast) {
   serving.peer.say("ten bytes.");
   EXPECT_EQ(serving.peer.hearText(), "ten bytes.");
   EXPECT_TRUE(output.awaitLine("server sent response of length 10"));
+  for (int i = 0; i < 3; ++i) {
+    serving.peer.say("first");
+    second.say("second");
+    EXPECT_EQ(serving.peer.hearText() + second.hearText(), "firstsecond");
+  }
   serving.server->setName("renamed");
-  for (const char* text : {"silence", "nothing", "more"}) second.say(text);
+  for (const char* text : {"silence", "too much", "nothing", "more"}) second.say(text);
   EXPECT_EQ(second.hear(), Data());
   EXPECT_EQ(second.hear(), pattern(5000));
   EXPECT_TRUE(output.awaitLine("renamed sent response of length 5000"));
   EXPECT_TRUE(serving.peer.hearsNothing());
-  EXPECT_EQ(output.lines().size(), 4);
+  EXPECT_EQ(output.lines().size(), 4 + 6);
 }
 
 }  // namespace
