@@ -50,6 +50,23 @@ inline Bitmap picture(std::int64_t width, std::int64_t height) {
   return bitmap;
 }
 
+inline bool equal(const Bitmap& left, const Bitmap& right) {
+  return left.width == right.width && left.height == right.height && left.pixels == right.pixels;
+}
+
+inline Bitmap plain(std::int64_t width, std::int64_t height, std::uint8_t value) {
+  return {width, height, Data(static_cast<std::size_t>(width * height * 4), value)};
+}
+
+/// The picture, with every alpha there is.
+inline Bitmap translucent(std::int64_t width, std::int64_t height) {
+  Bitmap bitmap = picture(width, height);
+  for (std::size_t i = 3; i < bitmap.pixels.size(); i += 4) {
+    bitmap.pixels[i] = static_cast<std::uint8_t>(i / 4);
+  }
+  return bitmap;
+}
+
 /// How alike the colours of two pictures of the same sides are, in decibels; infinite when equal,
 /// below zero when the sides differ.
 inline double psnr(const Bitmap& left, const Bitmap& right) {
