@@ -1,9 +1,11 @@
 #include <gtest/gtest.h>
 #include <sys/resource.h>
 
+#include <array>
 #include <cmath>
 
 #include "Tarnwick/Platform/ImageCodec.hpp"
+#include "Tarnwick/Platform/JPEGStrips.hpp"
 #include "Tarnwick/Tarnwick.hpp"
 #include "Tests/ImageFiles.hpp"
 #include "Tests/Pictures.hpp"
@@ -92,14 +94,53 @@ TEST(JPEG, ReadsOtherKindsOfColour) {
 }
 
 TEST(JPEG, IsTheSameWhenMadeAndReadInStrips) {
-  for (const auto& [width, height] : {std::pair<std::int64_t, std::int64_t>{33, 300}, {640, 129}}) {
+  // At a factor of 0.9, a row has 5, 33, 67 or 69 units, and a group 7, 1, 32 or 2 rows.
+  for (const auto& [width, height] :
+       {std::pair<Side, Side>{33, 300}, {260, 61}, {536, 260}, {549, 129}}) {
     const Bitmap bitmap = picture(width, height);
     for (const float factor : {0.3F, 0.6F, 0.9F}) {
       const Data file = ImageCodec::encodeJPEG(bitmap, factor, 1).value();
+      const Data pixels = ImageCodec::decodeJPEG(file, 1)->pixels;
       for (const std::size_t most : {2U, 3U, 100U}) {
         EXPECT_EQ(ImageCodec::encodeJPEG(bitmap, factor, most), file);
-        EXPECT_EQ(ImageCodec::decodeJPEG(file, most)->pixels,
-                  ImageCodec::decodeJPEG(file, 1)->pixels);
+        EXPECT_EQ(ImageCodec::decodeJPEG(file, most)->pixels, pixels);
+      }
+      EXPECT_EQ(cutIntoStrips(file, 2).size(), factor < 0.5F ? 0 : 2) << width;
+    }
+  }
+}
+
+TEST(JPEG, HasNoPieceThatReadsAsText) {
+  struct Place {
+    int x, y, colour;
+    double across, down;
+  };
+  using Level = double (*)(const Place&);
+  constexpr std::array<Level, 8> pictures{
+      [](const Place&) { return 255.0; },
+      [](const Place& at) { return 240.0 - 10 * at.colour; },
+      [](const Place& at) { return 255 * (1 - at.across); },
+      [](const Place& at) { return 255 - at.down * (60 + 50 * at.colour); },
+      [](const Place& at) { return 100 * at.across + 155 * at.down * at.colour / 2; },
+      [](const Place& at) { return at.x / 8 % 2 * 200.0; },
+      [](const Place& at) { return at.x % 16 < 3 ? 20.0 : 240.0; },
+      [](const Place& at) { return at.y % 18 < 10 && at.x * at.y % 7 < 2 ? 20.0 : 250.0; }};
+  for (const int width : {640, 1072, 3840, 12000}) {
+    Bitmap bitmap = plain(width, 384'000 / width, 255);
+    for (std::size_t kind = 0; kind < pictures.size(); ++kind) {
+      for (std::size_t i = 0; i < bitmap.pixels.size(); ++i) {
+        const int at = static_cast<int>(i) / 4, x = at % width, y = at / width;
+        const Place place{x, y, static_cast<int>(i % 4), double(x) / width, y / 4000.0};
+        bitmap.pixels[i] = static_cast<std::uint8_t>(pictures[kind](place));
+      }
+      for (const float factor : {0.5F, 0.8F, 0.95F}) {
+        const Data file = ImageCodec::encodeJPEG(bitmap, factor).value();
+        for (const std::ptrdiff_t size : {1400, 1500, 3000}) {
+          for (auto from = file.begin(); file.end() - from > size; from += 100) {
+            ASSERT_TRUE(RxImageUDP::classify({from, from + size}).payload)
+                << width << ' ' << kind << ' ' << factor << ' ' << from - file.begin();
+          }
+        }
       }
     }
   }

@@ -159,19 +159,5 @@ TEST(SendOperation, StopsTheProcessAtWhatCannotBeSent) {
                failure + "the result would be greater than Int.max\n");
 }
 
-/// Even areas encode to few bytes over and over, which must not read as text at the other end.
-TEST(SendOperation, MakesPiecesThatNoReceiverTakesForText) {
-  Bitmap page{1920, 1080, Data(std::size_t{1920} * 1080 * 4, 0xFF)};
-  const Bitmap box = picture(300, 200);
-  for (std::int64_t y = 0; y < box.height; ++y) {
-    std::copy_n(box.row(y), box.rowBytes(), page.row(y + 100) + 400);
-  }
-  const Data file = *NSImage::fromBitmap(page)->jpegRepresentation(0.8F);
-  constexpr std::ptrdiff_t pieceSize = 1400;
-  for (auto begin = file.begin(); file.end() - begin > pieceSize; begin += pieceSize) {
-    EXPECT_TRUE(RxImageUDP::classify({begin, begin + pieceSize}).payload);
-  }
-}
-
 }  // namespace
 }  // namespace tarnwick::test

@@ -22,9 +22,9 @@ class ImageCodec final {
   /// density are ignored; alpha is 255.
   [[nodiscard]] static std::optional<Bitmap> decodeJPEG(const Data& file);
 
-  /// The same, read by at most `most` threads at once, which makes no difference but in time: as
-  /// many as there are processors, but one for a small file, when nothing is said. Only a file with
-  /// a restart marker at each row of blocks and with no colour halved down can be read so.
+  /// The same on at most `most` threads, with the same result. Without `most`, uses as many threads
+  /// as there are processors, but one for a small file. Only a baseline file with restart markers
+  /// and without colour that is halved down is decoded on several threads.
   [[nodiscard]] static std::optional<Bitmap> decodeJPEG(const Data& file, std::size_t most);
 
   /// A baseline JPEG file without the bitmap's alpha. `compressionFactor` runs from 0.0, the

@@ -98,6 +98,12 @@ int qualityFrom(float compressionFactor) {
 int samplingAcross(int quality) { return quality < 80 ? 2 : 1; }
 int samplingDown(int quality) { return quality < 50 ? 2 : 1; }
 
+/// The number of MCUs in a row of them.
+std::int64_t unitsInRow(const Bitmap& bitmap, int quality) {
+  const std::int64_t unitWidth = std::int64_t{DCTSIZE} * samplingAcross(quality);
+  return (bitmap.width + unitWidth - 1) / unitWidth;
+}
+
 /// In pixels, as of 128 x 128. The tables of a picture up to this size take more than its content,
 /// unless they are made for it: that takes 0.1 ms more and saves 300 bytes, half of one of 48 x 48.
 constexpr std::int64_t smallPicture = 16'384;
@@ -120,9 +126,9 @@ bool compress(Encoder& encoder, const Bitmap& bitmap, const PixelRows& rows, int
   info.comp_info[0].h_samp_factor = samplingAcross(quality);
   info.comp_info[0].v_samp_factor = samplingDown(quality);
   info.dct_method = JDCT_ISLOW;
-  // A marker, which no text can hold, at each row of blocks: the even areas of a picture encode to
-  // bytes that may read as text, and a receiver takes no text for a piece of an image.
-  info.restart_in_rows = 1;
+  // Flat and smooth areas encode to bytes that may read as text, and an image receiver drops text.
+  // No text contains a marker.
+  info.restart_interval = static_cast<unsigned>(restartInterval(unitsInRow(bitmap, quality)));
   info.optimize_coding = static_cast<boolean>(isSmall(bitmap));
   jpeg_start_compress(&info, TRUE);
   while (info.next_scanline < info.image_height) {
@@ -256,7 +262,7 @@ bool decompress(Decoder& decoder, const Data& file, Bitmap& bitmap) {
   return true;
 }
 
-/// Reads a strip into its place, and the border behind it; not at all when anything is damaged.
+/// Decodes a strip to its rows of `bitmap`. Returns false when anything is damaged.
 bool decompressStrip(Decoder& decoder, const StripFile& strip, Bitmap& bitmap) {
   jpeg_decompress_struct& info = decoder.info;
   if (setjmp(decoder.errors.failure) != 0) return false;
@@ -273,6 +279,14 @@ bool decompressStrip(Decoder& decoder, const StripFile& strip, Bitmap& bitmap) {
     const std::int64_t y = info.output_scanline;
     JSAMPROW row = y < strip.rows.count ? bitmap.row(strip.rows.first + y) : border[0];
     jpeg_read_scanlines(&info, &row, 1);
+  }
+  if (!strip.isLast) {
+    // The library reports surplus bytes before a restart marker when it looks for the next marker.
+    // It is given one here, in place of the units that its last interval may have left.
+    static constexpr JOCTET ending[]{0xFF, JPEG_EOI};
+    info.src->next_input_byte = ending;
+    info.src->bytes_in_buffer = sizeof ending;
+    info.unread_marker = 0;
   }
   jpeg_finish_decompress(&info);
   return true;
@@ -308,8 +322,10 @@ std::optional<Data> ImageCodec::encodeJPEG(const Bitmap& bitmap, float compressi
   if (std::max(bitmap.width, bitmap.height) > JPEG_MAX_DIMENSION) return std::nullopt;
   const int quality = qualityFrom(compressionFactor);
   const std::size_t count = isSmall(bitmap) ? 1 : std::max<std::size_t>(most, 1);  // of one table
-  const std::vector<PixelRows> rows =
-      strips(bitmap.height, std::int64_t{DCTSIZE} * samplingDown(quality), count);
+  const std::int64_t units = unitsInRow(bitmap, quality);
+  const std::int64_t groupHeight =
+      rowsInGroup(restartInterval(units), units) * DCTSIZE * samplingDown(quality);
+  const std::vector<PixelRows> rows = strips(bitmap.height, groupHeight, count);
   std::vector<Encoder> encoders(rows.size());
   std::atomic<bool> isEncoded = true;
   concurrently(rows.size(), [&](std::size_t i) {

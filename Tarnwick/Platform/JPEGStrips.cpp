@@ -2,15 +2,16 @@
 
 #include <algorithm>
 #include <cstring>
+#include <numeric>
 
 namespace tarnwick {
 namespace {
 
 // ITU-T T.81, table B.1.
 constexpr std::uint8_t markerBegin = 0xFF, frameHeader = 0xC0, huffmanTables = 0xC4,
-                       firstRestart = 0xD0, lastRestart = 0xD7, endOfImage = 0xD9,
-                       scanHeader = 0xDA, quantisationTables = 0xDB, restartInterval = 0xDD,
-                       firstApplication = 0xE0, lastApplication = 0xEF, comment = 0xFE;
+                       firstRestart = 0xD0, endOfImage = 0xD9, scanHeader = 0xDA,
+                       quantisationTables = 0xDB, restartInterval = 0xDD, firstApplication = 0xE0,
+                       lastApplication = 0xEF, comment = 0xFE;
 constexpr std::size_t markerSize = 2;
 
 std::int64_t ceilingOf(std::int64_t dividend, std::int64_t divisor) {
@@ -82,32 +83,62 @@ void setHeight(Data& file, const Layout& layout, std::int64_t height) {
   file[layout.heightAt + 1] = static_cast<std::uint8_t>(height);
 }
 
-/// Where each row of blocks begins, and where the last one ends; none when the markers between them
-/// are not in order.
-std::vector<std::size_t> rowsOfBlocks(const Data& file, std::size_t scanAt) {
-  std::vector<std::size_t> starts{scanAt};
-  for (std::size_t at = scanAt;; at += markerSize) {
-    const void* found =
-        at < file.size() ? std::memchr(file.data() + at, markerBegin, file.size() - at) : nullptr;
-    if (found == nullptr) return {};
+/// The place of the next marker at or after `at`; the file's size when there is none.
+std::size_t nextMarker(std::span<const std::uint8_t> file, std::size_t at) {
+  while (at < file.size()) {
+    const void* found = std::memchr(file.data() + at, markerBegin, file.size() - at);
+    if (found == nullptr) break;
     at = static_cast<std::size_t>(static_cast<const std::uint8_t*>(found) - file.data());
+    if (Reader(file).byte(at + 1) != 0) return at;  // 0 means that the byte before it is data
+    at += markerSize;
+  }
+  return file.size();
+}
+
+std::uint8_t restartMarker(std::size_t index) {
+  constexpr std::size_t numbers = 8;
+  return static_cast<std::uint8_t>(firstRestart + index % numbers);
+}
+
+/// Where each restart interval begins, and where the last one ends, the marker behind it included;
+/// empty when the restart markers are not in order.
+std::vector<std::size_t> intervalStarts(const Data& file, std::size_t scanAt) {
+  std::vector<std::size_t> starts{scanAt};
+  for (;;) {
+    const std::size_t at = nextMarker(file, starts.back());
     const int marker = Reader(file).byte(at + 1);
-    const auto count = static_cast<int>((starts.size() - 1) % blockRowsInGroup);
-    if (marker == firstRestart + count) {
-      starts.push_back(at + markerSize);
-    } else if (marker == endOfImage) {
-      starts.push_back(at + markerSize);
-      return starts;
-    } else if (marker != 0) {  // which only stands for the byte before it
-      return {};
-    }
+    const std::uint8_t expected = restartMarker(starts.size() - 1);
+    starts.push_back(at + markerSize);
+    if (marker == endOfImage) return starts;
+    if (marker != expected) return {};
+  }
+}
+
+/// Numbers the restart markers of a file in order.
+void numberRestarts(Data& file, std::size_t scanAt) {
+  std::size_t count = 0;
+  for (std::size_t at = nextMarker(file, scanAt); file[at + 1] != endOfImage;
+       at = nextMarker(file, at + markerSize)) {
+    file[at + 1] = restartMarker(count++);
   }
 }
 
 }  // namespace
 
-std::vector<PixelRows> strips(std::int64_t height, std::int64_t blockHeight, std::size_t most) {
-  const std::int64_t groupHeight = blockRowsInGroup * blockHeight;
+std::int64_t restartInterval(std::int64_t unitsInRow) {
+  constexpr std::int64_t minimum = 32, maximum = 64;
+  std::int64_t best = minimum;
+  for (std::int64_t interval = minimum; interval <= maximum; ++interval) {
+    if (rowsInGroup(interval, unitsInRow) <= rowsInGroup(best, unitsInRow)) best = interval;
+  }
+  return best;
+}
+
+std::int64_t rowsInGroup(std::int64_t interval, std::int64_t unitsInRow) {
+  return interval / std::gcd(interval, unitsInRow);
+}
+
+std::vector<PixelRows> strips(std::int64_t height, std::int64_t groupHeight, std::size_t most) {
   const std::int64_t groups = ceilingOf(height, groupHeight);
   const std::int64_t rows = ceilingOf(groups, static_cast<std::int64_t>(most)) * groupHeight;
   std::vector<PixelRows> result;
@@ -123,12 +154,11 @@ Data joinedStrips(const std::vector<std::span<const std::uint8_t>>& files, std::
   Data joined(files.front().begin(), files.front().end());
   setHeight(joined, layout, height);
   for (std::size_t i = 1; i < files.size(); ++i) {
-    // In place of the end marker: the last restart marker of a group, and the next strip's scan.
-    joined.end()[-2] = markerBegin;
-    joined.end()[-1] = lastRestart;
+    joined.back() = firstRestart;  // in place of the end marker; numbered below
     joined.insert(joined.end(), files[i].begin() + static_cast<std::ptrdiff_t>(layout.scanAt),
                   files[i].end());
   }
+  numberRestarts(joined, layout.scanAt);
   return joined;
 }
 
@@ -138,32 +168,32 @@ std::vector<StripFile> cutIntoStrips(const Data& file, std::size_t most) {
   const Layout layout = layoutOf(file);
   const std::int64_t across = layout.componentCount == 1 ? 1 : layout.across;
   const std::int64_t unitsInRow = ceilingOf(layout.width, blockSide * across);
+  const std::int64_t unitCount = unitsInRow * ceilingOf(layout.height, blockSide);
   if (layout.scanAt == 0 || layout.scanAt > longestHeaders) return {};
-  if (layout.down != 1 || layout.interval != unitsInRow) return {};
-  const std::vector<std::size_t> starts = rowsOfBlocks(file, layout.scanAt);
-  const std::int64_t rowCount = ceilingOf(layout.height, blockSide);
-  if (rowCount == 0 || std::ssize(starts) != rowCount + 1) return {};
+  if (layout.down != 1 || layout.interval == 0 || unitCount == 0) return {};
+  const std::vector<std::size_t> starts = intervalStarts(file, layout.scanAt);
+  if (std::ssize(starts) != ceilingOf(unitCount, layout.interval) + 1) return {};
   const auto scanSize = static_cast<std::int64_t>(starts.back() - layout.scanAt);
-  if (unitsInRow * rowCount > scanSize * leastBlocksInByte) return {};
+  if (unitCount > scanSize * leastBlocksInByte) return {};
 
+  /// The first interval that begins at or after the row of units at `y`.
+  const auto intervalAt = [&](std::int64_t y) {
+    const std::int64_t units = std::min(ceilingOf(y, blockSide) * unitsInRow, unitCount);
+    return static_cast<std::size_t>(ceilingOf(units, layout.interval));
+  };
+  const std::int64_t groupHeight = rowsInGroup(layout.interval, unitsInRow) * blockSide;
   std::vector<StripFile> result;
-  for (const PixelRows& rows : strips(layout.height, blockSide, most)) {
+  for (const PixelRows& rows : strips(layout.height, groupHeight, most)) {
     const std::int64_t end = rows.first + rows.count;
     const std::int64_t rest = std::min(blockSide, layout.height - end);  // behind it, if any
-    const auto from = starts[static_cast<std::size_t>(rows.first / blockSide)];
-    const auto to = starts[static_cast<std::size_t>(ceilingOf(end + rest, blockSide))];
+    const std::size_t from = starts[intervalAt(rows.first)], to = starts[intervalAt(end + rest)];
     StripFile strip{
         rows, rest == 0, {file.begin(), file.begin() + static_cast<std::ptrdiff_t>(layout.scanAt)}};
     setHeight(strip.file, layout, rows.count + rest);
     strip.file.insert(strip.file.end(), file.begin() + static_cast<std::ptrdiff_t>(from),
                       file.begin() + static_cast<std::ptrdiff_t>(to));
-    if (!strip.isLast) {
-      // In place of the marker behind it. The library looks for bytes too many when it looks for a
-      // marker, which it does behind a comment.
-      constexpr std::uint8_t ending[]{markerBegin, comment, 0, 2, markerBegin, endOfImage};
-      strip.file.resize(strip.file.size() - markerSize);
-      strip.file.insert(strip.file.end(), std::begin(ending), std::end(ending));
-    }
+    strip.file.back() = endOfImage;  // in place of the restart marker behind it
+    numberRestarts(strip.file, layout.scanAt);
     result.push_back(std::move(strip));
   }
   return result;
