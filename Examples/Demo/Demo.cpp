@@ -107,7 +107,7 @@ std::ptrdiff_t printTable(const std::vector<Shipment>& shipments, std::int64_t c
   std::cout << "  file\n";
   std::ptrdiff_t faults = 0;
   for (const Shipment& shipment : shipments) {
-    const Outcome outcome = outcomeOf(shipment, directory);
+    const Outcome outcome = outcomeOf(shipment, chunk, directory);
     const bool isWell = outcome.fault.empty();
     printRow(shipment.picture.name, textOf(sentRect(shipment.picture)), shipment.file.size(),
              datagramCount(shipment, chunk), milliseconds(shipment), decibels(outcome.psnr));

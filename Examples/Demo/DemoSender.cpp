@@ -83,6 +83,20 @@ std::string sidesOf(std::int64_t width, std::int64_t height) {
   return std::to_string(width) + " x " + std::to_string(height);
 }
 
+/// Names the cause of a loss when a piece of the file caused it.
+std::string lossOf(const Shipment& shipment, std::int64_t chunk) {
+  const tarnwick::Data& file = shipment.file;
+  const std::int64_t count = datagramCount(shipment, chunk) - 1;
+  for (std::int64_t i = 0; i < count; ++i) {
+    const auto begin = file.begin() + i * chunk, end = i + 1 < count ? begin + chunk : file.end();
+    const auto message = tarnwick::RxImageUDP::classify({begin, end});
+    if (message.payload && message.response == tarnwick::RxResponse::Default) continue;
+    return "MISSING: piece " + std::to_string(i + 1) + " of " + std::to_string(count) +
+           " reads as text, so the receiver did not take it for a part of the picture";
+  }
+  return "MISSING: the receiver did not report it";
+}
+
 }  // namespace
 
 std::vector<Shipment> sendAll(const std::vector<Picture>& pictures, float compression,
@@ -105,8 +119,9 @@ std::vector<Shipment> sendAll(const std::vector<Picture>& pictures, float compre
   return sent;
 }
 
-Outcome outcomeOf(const Shipment& shipment, const std::filesystem::path& directory) {
-  if (!shipment.report) return {"MISSING: the receiver did not report it", {}};
+Outcome outcomeOf(const Shipment& shipment, std::int64_t chunk,
+                  const std::filesystem::path& directory) {
+  if (!shipment.report) return {lossOf(shipment, chunk), {}};
   const Report& report = *shipment.report;
   if (!isReportOf(report, shipment)) return {"WRONG PLACE: came as " + textOf(report.rect), {}};
   const auto received = loadPicture(directory / report.file);

@@ -32,8 +32,10 @@ struct Outcome {
 [[nodiscard]] std::vector<Shipment> sendAll(const std::vector<Picture>& pictures, float compression,
                                             std::int64_t chunk, ReceiverProcess& receiver);
 
-/// Compares what was sent with what the receiver saved in `directory`.
-[[nodiscard]] Outcome outcomeOf(const Shipment& shipment, const std::filesystem::path& directory);
+/// Compares what was sent, in datagrams of `chunk` bytes, with what the receiver saved in
+/// `directory`.
+[[nodiscard]] Outcome outcomeOf(const Shipment& shipment, std::int64_t chunk,
+                                const std::filesystem::path& directory);
 
 /// How many datagrams a shipment is: one that announces it, and its pieces.
 [[nodiscard]] std::int64_t datagramCount(const Shipment& shipment, std::int64_t chunk);
