@@ -1,14 +1,36 @@
 #include <gtest/gtest.h>
+#include <pthread.h>
 #include <sys/resource.h>
 
+#include <algorithm>
 #include <array>
+#include <atomic>
 #include <cmath>
+#include <cstdlib>
+#include <fstream>
+#include <functional>
+#include <latch>
+#include <new>
 
+#include "Tarnwick/Platform/Concurrently.hpp"
 #include "Tarnwick/Platform/ImageCodec.hpp"
 #include "Tarnwick/Platform/JPEGStrips.hpp"
 #include "Tarnwick/Tarnwick.hpp"
-#include "Tests/ImageFiles.hpp"
 #include "Tests/Pictures.hpp"
+
+namespace {
+
+std::atomic<std::size_t> largestAllocation = SIZE_MAX;
+
+}  // namespace
+
+void* operator new(std::size_t size) {
+  void* const memory = size > largestAllocation ? nullptr : std::malloc(size);
+  if (memory == nullptr) throw std::bad_alloc();
+  return memory;
+}
+void operator delete(void* memory) noexcept { std::free(memory); }
+void operator delete(void* memory, std::size_t) noexcept { std::free(memory); }
 
 namespace tarnwick::test {
 namespace {
@@ -25,6 +47,11 @@ Bitmap decoded(const Data& file) { return ImageCodec::decode(file).value_or(Bitm
 
 bool isImage(const Data& file) { return NSImage::fromData(file) != nullptr; }
 
+Data seed(const std::string& name) {
+  std::ifstream file(TARNWICK_SEEDS "/" + name, std::ios::binary);
+  return {std::istreambuf_iterator<char>(file), {}};
+}
+
 // --- Encodings ---
 
 TEST(JPEG, KeepsThePicture) {
@@ -40,7 +67,11 @@ TEST(JPEG, KeepsThePicture) {
     EXPECT_GT(psnr(decoded(jpeg(source, 0.6)), source), medium) << width;
     EXPECT_GT(psnr(decoded(jpeg(source, 0.9)), source), high) << width;
   }
-  EXPECT_GT(psnr(decoded(jpeg(picture(640, 480), 0.9)), picture(640, 480)), 34);
+  const Bitmap source = picture(640, 480);
+  EXPECT_GT(psnr(decoded(jpeg(source, 0.9)), source), 34);
+  const Data large = ImageCodec::encodeJPEG(source, 1, 1).value();
+  EXPECT_GT(large.size(), 200'000);
+  EXPECT_GT(psnr(decoded(large), source), 45);
 }
 
 TEST(JPEG, IsMadeFromTheFactorAndTheColours) {
@@ -57,10 +88,11 @@ TEST(JPEG, IsMadeFromTheFactorAndTheColours) {
     EXPECT_EQ(jpeg(source, factor), jpeg(source, 0));
   }
   for (const double factor : {7.0, infinity}) EXPECT_EQ(jpeg(source, factor), jpeg(source, 1));
+  EXPECT_NE(jpeg(source, 0.99), jpeg(source, 1));
   EXPECT_EQ(jpeg(translucent(17, 31), 0.9), jpeg(source, 0.9));
   EXPECT_LT(jpeg(plain(16, 16, 99), 0.8).size(), 400);
-  for (const auto& [width, height] : {std::pair<Side, Side>{65501, 1}, {1, 65501}}) {
-    EXPECT_EQ(NSImage::fromBitmap(plain(width, height, 0))->jpegRepresentation(1), std::nullopt);
+  for (const auto& [width, height] : {std::pair<Side, Side>{65501, 1}, {2, 65501}}) {
+    EXPECT_EQ(ImageCodec::encodeJPEG(plain(width, height, 0), 1, 2), std::nullopt);
   }
 }
 
@@ -76,21 +108,15 @@ TEST(JPEG, IsMadeAnewForAnotherFactorOrPicture) {
 }
 
 TEST(JPEG, ReadsOtherKindsOfColour) {
-  const auto adobe = [](int transform) {
-    return std::vector<int>{0xFF, 0xEE, 0,   14, 'A', 'd', 'o', 'b',
-                            'e',  0,    100, 0,  0,   0,   0,   transform};
-  };
-  const auto expect = [](const Data& file, const Data& pixel) {
-    const Data pixels = decoded(file).pixels;
-    ASSERT_EQ(pixels.size(), 20U * 12U * 4U);
-    EXPECT_TRUE(std::equal(pixel.begin(), pixel.end(), pixels.begin())) << int{pixel[0]};
-    EXPECT_TRUE(std::equal(pixel.begin(), pixel.end(), pixels.end() - 4)) << int{pixel[0]};
-  };
-  expect(plainJPEG({200}, 20, 12), {200, 200, 200, 255});
-  expect(plainJPEG({90, 128, 128}, 20, 12, 4), {90, 90, 90, 255});
-  expect(plainJPEG({200, 100, 50, 40}, 20, 12), {173, 131, 46, 255});
-  expect(plainJPEG({200, 100, 50, 40}, 20, 12, 0, adobe(0)), {8, 16, 31, 255});
-  expect(plainJPEG({200, 128, 128, 40}, 20, 12, 0, adobe(2)), {9, 9, 9, 255});
+  for (const auto& [kind, pixel] : {std::pair<const char*, Data>{"gray", {200, 200, 200, 255}},
+                                    {"progressive", {90, 90, 90, 255}},
+                                    {"inks", {173, 131, 46, 255}},
+                                    {"cmyk", {8, 16, 31, 255}},
+                                    {"ycck", {9, 9, 9, 255}}}) {
+    Bitmap expected = plain(20, 12, 0);
+    for (std::size_t i = 0; i < expected.pixels.size(); ++i) expected.pixels[i] = pixel[i % 4];
+    EXPECT_TRUE(equal(decoded(seed("plain-" + std::string(kind) + ".jpg")), expected)) << kind;
+  }
 }
 
 TEST(JPEG, IsTheSameWhenMadeAndReadInStrips) {
@@ -106,39 +132,33 @@ TEST(JPEG, IsTheSameWhenMadeAndReadInStrips) {
         EXPECT_EQ(ImageCodec::decodeJPEG(file, most)->pixels, pixels);
       }
       EXPECT_EQ(cutIntoStrips(file, 2).size(), factor < 0.5F ? 0 : 2) << width;
+      Data commented = stuffed(file, 2, 65537);
+      std::copy_n("\xFF\xFE\xFF\xFF", 4, commented.begin() + 2);
+      EXPECT_TRUE(cutIntoStrips(commented, 2).empty());
     }
   }
 }
 
 TEST(JPEG, HasNoPieceThatReadsAsText) {
-  struct Place {
-    int x, y, colour;
-    double across, down;
-  };
-  using Level = double (*)(const Place&);
-  constexpr std::array<Level, 8> pictures{
-      [](const Place&) { return 255.0; },
-      [](const Place& at) { return 240.0 - 10 * at.colour; },
-      [](const Place& at) { return 255 * (1 - at.across); },
-      [](const Place& at) { return 255 - at.down * (60 + 50 * at.colour); },
-      [](const Place& at) { return 100 * at.across + 155 * at.down * at.colour / 2; },
-      [](const Place& at) { return at.x / 8 % 2 * 200.0; },
-      [](const Place& at) { return at.x % 16 < 3 ? 20.0 : 240.0; },
-      [](const Place& at) { return at.y % 18 < 10 && at.x * at.y % 7 < 2 ? 20.0 : 250.0; }};
+  constexpr std::array<int (*)(int, int, int), 6> levels{
+      [](int, int, int colour) { return 240 - 10 * colour; },
+      [](int x, int, int) { return 255 - x / 15 % 256; },
+      [](int, int y, int colour) { return 255 - y * (60 + 50 * colour) / 4000; },
+      [](int x, int, int) { return x / 8 % 2 * 200; },
+      [](int x, int, int) { return x % 16 < 3 ? 20 : 240; },
+      [](int x, int y, int) { return y % 18 < 10 && x * y % 7 < 2 ? 20 : 250; }};
   for (const int width : {640, 1072, 3840, 12000}) {
     Bitmap bitmap = plain(width, 384'000 / width, 255);
-    for (std::size_t kind = 0; kind < pictures.size(); ++kind) {
+    for (const auto level : levels) {
       for (std::size_t i = 0; i < bitmap.pixels.size(); ++i) {
-        const int at = static_cast<int>(i) / 4, x = at % width, y = at / width;
-        const Place place{x, y, static_cast<int>(i % 4), double(x) / width, y / 4000.0};
-        bitmap.pixels[i] = static_cast<std::uint8_t>(pictures[kind](place));
+        const int at = static_cast<int>(i) / 4, colour = static_cast<int>(i % 4);
+        bitmap.pixels[i] = static_cast<std::uint8_t>(level(at % width, at / width, colour));
       }
       for (const float factor : {0.5F, 0.8F, 0.95F}) {
         const Data file = ImageCodec::encodeJPEG(bitmap, factor).value();
         for (const std::ptrdiff_t size : {1400, 1500, 3000}) {
           for (auto from = file.begin(); file.end() - from > size; from += 100) {
-            ASSERT_TRUE(RxImageUDP::classify({from, from + size}).payload)
-                << width << ' ' << kind << ' ' << factor << ' ' << from - file.begin();
+            ASSERT_TRUE(RxImageUDP::classify({from, from + size}).payload) << width;
           }
         }
       }
@@ -157,7 +177,7 @@ TEST(PNG, KeepsEveryPixel) {
 
 TEST(Decoding, TakesWholePicturesOnly) {
   for (const Data& file : {jpeg(picture(17, 31), 0.4), jpeg(picture(17, 31), 0.9),
-                           plainJPEG({100, 128, 128}, 8, 8, 5), png(picture(17, 31))}) {
+                           greyJPEG(3, 8, 8, 5), png(picture(17, 31))}) {
     ASSERT_TRUE(isImage(file));
     for (auto end = file.begin(); end != file.end(); ++end) {
       EXPECT_FALSE(isImage(Data(file.begin(), end))) << end - file.begin();
@@ -170,7 +190,10 @@ TEST(Decoding, TakesWholePicturesOnly) {
     }
     EXPECT_TRUE(equal(decoded(stuffed(file, file.size(), 100)), decoded(file)));
   }
-  EXPECT_FALSE(isImage(plainJPEG({100, 128, 128}, 8, 8, 3)));  // nothing but the mean of one colour
+  for (const char* name : {"arithmetic.jpg", "oneScanForThreeColours.jpg", "largeSides.png",
+                           "strayBytesBeforeRestart.jpg", "unknownCriticalChunk.png"}) {
+    EXPECT_FALSE(seed(name).empty() || isImage(seed(name))) << name;
+  }
   for (const char* text : {"text", "\xFF\xD8\xFF", "\x89PNG\r\n\x1A\n"}) {
     EXPECT_FALSE(isImage(bytes(text)));
   }
@@ -186,28 +209,61 @@ TEST(Decoding, ForgivesStrayBytesBetweenSegmentsAndAFewBeforeTheEnd) {
     // The decoder takes up to seven with the last pixels, and does not count them.
     EXPECT_FALSE(isImage(stuffed(file, file.size() - 2, 16 + 7 + 1)));
   }
-  const Data progressive = plainJPEG({100, 128, 128}, 8, 8, 5);
+  const Data progressive = greyJPEG(3, 8, 8, 5);
   EXPECT_FALSE(isImage(stuffed(progressive, progressive.size() - 2, 16)));
 }
 
 TEST(Decoding, RefusesWhatWouldCostTooMuch) {
-  EXPECT_TRUE(isImage(plainJPEG({100, 128, 128}, 8, 8, 100)));
-  EXPECT_FALSE(isImage(plainJPEG({100, 128, 128}, 8, 8, 101)));
-  EXPECT_TRUE(isImage(plainJPEG({100, 128, 128}, 800, 801, 4)));
-  const Data large = plainJPEG({128}, 16384, 8192);
-  const Data largeInMemory = plainJPEG({128, 128, 128}, 12000, 10000, 4);
-  Data largePNG = png(picture(17, 31));
-  // 20,000 by 20,000 pixels, and what the file says of them, with its checksum.
-  const Data header{0, 0, 0x4E, 0x20, 0, 0, 0x4E, 0x20, 8, 6, 0, 0, 0, 0xE3, 0x70, 0x46, 0x39};
-  std::copy(header.begin(), header.end(), largePNG.begin() + 16);
+  EXPECT_TRUE(isImage(greyJPEG(3, 8, 8, 100)));
+  EXPECT_FALSE(isImage(greyJPEG(3, 8, 8, 101)));
+  EXPECT_TRUE(isImage(greyJPEG(3, 800, 801, 4)));
+  const Data large = greyJPEG(1, 16384, 8192), manyBlocks = greyJPEG(1, 6400, 6400, 64);
+  const Data largeInMemory = greyJPEG(3, 12000, 10000, 4);
+  const Data fewBytes = seed("fewBytesForItsSides.png"), fewJPEG = seed("fewBytesForItsSides.jpg");
+  const Data text = seed("text.png"), chunk(text.begin() + 33, text.end() - 34);
+  Data texts = text;
+  for (int i = 0; i < 30; ++i) texts.insert(texts.begin() + 33, chunk.begin(), chunk.end());
   const auto peakMemory = [] {
     rusage usage{};
     getrusage(RUSAGE_SELF, &usage);
     return usage.ru_maxrss;
   };
   const auto before = peakMemory();
-  for (const Data& file : {large, largeInMemory, largePNG}) EXPECT_FALSE(isImage(file));
+  for (const Data& file : {large, largeInMemory, fewBytes}) EXPECT_FALSE(isImage(file));
+  EXPECT_FALSE(ImageCodec::decodeJPEG(fewJPEG, 2));
+  EXPECT_EQ(decoded(texts).pixels, (Data{128, 128, 128, 255}));
   EXPECT_LT(peakMemory() - before, 100'000);  // kilobytes: none was begun
+  EXPECT_FALSE(isImage(manyBlocks));
+  EXPECT_TRUE(isImage(greyJPEG(1, 6400, 6400, 61)));
+}
+
+// --- Threads and memory ---
+
+TEST(Concurrently, RunsEachBodyOnceAndThrowsWhatOneThrew) {
+  pthread_attr_t usual, huge;
+  for (auto* attributes : {&usual, &huge}) pthread_getattr_default_np(attributes);
+  pthread_attr_setstacksize(&huge, std::size_t{1} << 47);  // no thread gets that much
+  for (const bool hasThreads : {true, false}) {
+    std::latch all(5);
+    pthread_setattr_default_np(hasThreads ? &usual : &huge);
+    const auto body = [&](std::size_t i) {
+      all.count_down();
+      if (hasThreads) all.wait();
+      if (i % 2 == 1) throw i;
+    };
+    EXPECT_THROW(concurrently(5, body), std::size_t);
+    pthread_setattr_default_np(&usual);
+    EXPECT_TRUE(all.try_wait());
+  }
+}
+
+TEST(Codecs, GiveNothingWithoutMemory) {
+  const Bitmap bitmap = picture(200, 200);
+  const Data jpegFile = jpeg(bitmap, 0.9), pngFile = png(bitmap);
+  largestAllocation = 5000;
+  EXPECT_FALSE(ImageCodec::encodeJPEG(bitmap, 0.9F, 3) || ImageCodec::decodeJPEG(jpegFile, 3));
+  EXPECT_FALSE(ImageCodec::encodePNG(bitmap) || ImageCodec::decodePNG(pngFile));
+  largestAllocation = SIZE_MAX;
 }
 
 }  // namespace

@@ -4,6 +4,7 @@
 #include <cmath>
 #include <cstdint>
 #include <limits>
+#include <vector>
 
 #include "Tarnwick/Platform/Bitmap.hpp"
 
@@ -78,6 +79,51 @@ inline double psnr(const Bitmap& left, const Bitmap& right) {
   }
   const auto samples = static_cast<double>(left.width * left.height * 3);
   return 10 * std::log10(255 * 255 * samples / sum);
+}
+
+/// `file` with `count` more bytes from `position` on.
+inline Data stuffed(Data file, std::size_t position, std::size_t count) {
+  file.insert(file.begin() + static_cast<std::ptrdiff_t>(position), count, 0x5A);
+  return file;
+}
+
+/// The place of the header segment of a JPEG file that has this marker.
+inline std::size_t segment(const Data& file, int marker) {
+  std::size_t position = 2;
+  while (file.at(position + 1) != marker) {
+    position += std::size_t{2} + file.at(position + 2) * std::size_t{256} + file.at(position + 3);
+  }
+  return position;
+}
+
+/// A grey JPEG file of `count` components, one sample each, whose codes are all zero bits. With
+/// `scans`, a progressive one, which is complete when it has more scans than components.
+inline Data greyJPEG(int count, int width, int height, int scans = 0) {
+  Data file;
+  const auto add = [&](const std::vector<int>& more, std::size_t zeros = 0) {
+    for (const int byte : more) file.push_back(static_cast<std::uint8_t>(byte));
+    file.resize(file.size() + zeros);
+  };
+  add({0xFF, 0xD8, 0xFF, 0xDB, 0, 67}, 65);
+  add({0xFF, 0xC4, 0, 20, 0x00, 1}, 16);  // a difference of no bits
+  add({0xFF, 0xC4, 0, 20, 0x10, 1}, 16);  // the end of a block
+  add({0xFF, scans > 0 ? 0xC2 : 0xC0, 0, 8 + 3 * count, 8, height / 256, height % 256});
+  add({width / 256, width % 256, count});
+  for (int id = 1; id <= count; ++id) add({id, 0x11, 0});
+  add({0xFF, 0xDA, 0, 6 + 2 * count, count});
+  for (int id = 1; id <= count; ++id) add({id, 0});
+  const auto blocks = static_cast<std::size_t>((width + 7) / 8 * ((height + 7) / 8));
+  const std::size_t codes = blocks * static_cast<std::size_t>(scans > 0 ? count : 2 * count);
+  add({0, scans > 0 ? 0 : 63, 0}, codes / 8 + 1);
+  int left = scans - 1;
+  for (int id = 1; id <= count; ++id) {  // a coefficient a scan, then what is left of them in one
+    const int parts = std::min(63, left - (count - id));
+    for (int part = 1; part <= parts; ++part, --left) {
+      add({0xFF, 0xDA, 0, 8, 1, id, 0, part, part < parts ? part : 63, 0}, blocks / 8 + 1);
+    }
+  }
+  add({0xFF, 0xD9});
+  return file;
 }
 
 }  // namespace tarnwick::test

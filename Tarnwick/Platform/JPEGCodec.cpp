@@ -26,6 +26,8 @@ namespace {
 
 constexpr int scanLimit = 100;                          // of a progressive file
 constexpr std::int64_t coefficientLimit = 512'000'000;  // bytes held for one
+constexpr std::int64_t blockLimit = 40'000'000;  // decoded over all scans of one: each block of the
+                                                 // largest 10 times; encoders write it 6 or 7 times
 constexpr int extraneousByteLimit = 16;  // before the end marker of a baseline file, as counted by
                                          // the library, not with those taken with the last pixels
 
@@ -145,10 +147,16 @@ bool compress(Encoder& encoder, const Bitmap& bitmap, const PixelRows& rows, int
 /// In bytes: reading a strip takes longer than its thread takes to start.
 constexpr std::size_t smallestStripFile = 8192;
 
+struct Progress : jpeg_progress_mgr {
+  std::int64_t blocks = 0;  // decoded so far
+
+  Progress() : jpeg_progress_mgr{} {}
+};
+
 struct Decoder {
   Errors errors;
   jpeg_decompress_struct info{};
-  jpeg_progress_mgr progress{};
+  Progress progress;
 
   Decoder() { info.err = &errors; }
   ~Decoder() { jpeg_destroy_decompress(&info); }
@@ -172,10 +180,15 @@ void refuseDamage(j_common_ptr common, int level) {
   }
 }
 
-void refuseManyScans(j_common_ptr common) {
-  if (reinterpret_cast<j_decompress_ptr>(common)->input_scan_number > scanLimit) {
-    Errors::fail(common);
+/// Called for each row of MCUs of a file of several scans.
+void refuseTooMuchWork(j_common_ptr common) {
+  const auto& info = *reinterpret_cast<j_decompress_ptr>(common);
+  auto& progress = *static_cast<Progress*>(info.progress);
+  for (int i = 0; i < info.comps_in_scan; ++i) {
+    const jpeg_component_info& component = *info.cur_comp_info[i];
+    progress.blocks += std::int64_t{component.width_in_blocks} * component.v_samp_factor;
   }
+  if (info.input_scan_number > scanLimit || progress.blocks > blockLimit) Errors::fail(common);
 }
 
 /// The memory that the library needs for a file of several scans, in bytes.
@@ -240,9 +253,10 @@ bool decompress(Decoder& decoder, const Data& file, Bitmap& bitmap) {
   info.out_color_space = isInk ? JCS_CMYK : JCS_EXT_BGRA;
   info.dct_method = JDCT_ISLOW;
   decoder.errors.emit_message = refuseDamage;
-  decoder.progress.progress_monitor = refuseManyScans;
+  decoder.progress.progress_monitor = refuseTooMuchWork;
   info.progress = &decoder.progress;
   jpeg_start_decompress(&info);
+  info.progress = nullptr;  // all scans are decoded, and the library would call it for each row
   if (!isComplete(info)) return false;
   bitmap.width = info.output_width;
   bitmap.height = info.output_height;

@@ -1,6 +1,10 @@
 #include <png.h>
 
+#include <algorithm>
+#include <array>
 #include <new>
+#include <optional>
+#include <string_view>
 
 #include "Tarnwick/Platform/ImageCodec.hpp"
 
@@ -18,37 +22,62 @@ struct Image : png_image {
   Image& operator=(const Image&) = delete;
 };
 
-/// The bytes of picture data in `file`, whose chunks must run on to the end chunk; 0 when they do
-/// not: the library itself stops reading with the last row, and takes such a file for a whole one.
-std::size_t pictureBytes(const Data& file) {
+/// What the pixels of a PNG file are decoded from.
+struct Chunks {
+  Data copy;                     // the file without its other chunks; empty when it has none
+  std::size_t pictureBytes = 0;  // compressed
+};
+
+/// Absent when the chunks do not run on to the end chunk, which libpng does not notice: it stops
+/// reading with the last row. Other chunks, such as text and colour profiles, are left out because
+/// libpng inflates them to 1,000 times their size.
+std::optional<Chunks> pictureChunks(const Data& file) {
+  constexpr std::array<std::string_view, 8> neededKinds{"IHDR", "PLTE", "tRNS", "gAMA",
+                                                        "cHRM", "sRGB", "IDAT", "IEND"};
   constexpr std::size_t signatureSize = 8, wordSize = 4, emptyChunkSize = 3 * wordSize;
-  std::size_t position = signatureSize, pictureBytes = 0;
-  while (file.size() - position >= emptyChunkSize) {
+  constexpr char ancillaryBit = 0x20;
+  Chunks chunks;
+  std::size_t position = signatureSize;
+  while (file.size() >= position + emptyChunkSize) {
     std::size_t length = 0;
     for (std::size_t i = 0; i < wordSize; ++i) length = length << 8 | file[position + i];
+    if (length > file.size() - position - emptyChunkSize) return std::nullopt;
     const std::string_view kind = characters(file).substr(position + wordSize, wordSize);
-    if (kind == "IEND") return pictureBytes;
-    if (length > file.size() - position - emptyChunkSize) return 0;
-    if (kind == "IDAT") pictureBytes += length;
+    const bool isNeeded =
+        std::find(neededKinds.begin(), neededKinds.end(), kind) != neededKinds.end();
+    if (!isNeeded && (kind.front() & ancillaryBit) == 0) return std::nullopt;
+    const auto begin = file.begin() + static_cast<std::ptrdiff_t>(position);
+    if (!isNeeded && chunks.copy.empty()) chunks.copy.assign(file.begin(), begin);
     position += emptyChunkSize + length;
+    if (isNeeded && !chunks.copy.empty()) {
+      chunks.copy.insert(chunks.copy.end(), begin,
+                         file.begin() + static_cast<std::ptrdiff_t>(position));
+    }
+    if (kind == "IDAT") chunks.pictureBytes += length;
+    if (kind == "IEND") return chunks;
   }
-  return 0;
+  return std::nullopt;
 }
 
-/// Whether `file` has enough bytes for as many pixels as it announces, at one bit each and the most
-/// that deflate can compress (zlib technical details: 1032 to 1).
-bool canHoldPixels(const Data& file, const Image& image) {
+/// Whether `pictureBytes` are enough for as many pixels as the file announces, at one bit each and
+/// the best ratio of deflate (zlib technical details: 1032 to 1).
+bool canHoldPixels(std::size_t pictureBytes, const Image& image) {
   constexpr std::size_t bestRatio = 1032, bitsPerByte = 8;
-  return pictureBytes(file) * bestRatio * bitsPerByte >= std::size_t{image.width} * image.height;
+  return pictureBytes * bestRatio * bitsPerByte >= std::size_t{image.width} * image.height;
 }
 
 }  // namespace
 
 std::optional<Bitmap> ImageCodec::decodePNG(const Data& file) try {
+  const std::optional<Chunks> chunks = pictureChunks(file);
+  if (!chunks) return std::nullopt;
+  const Data& picture = chunks->copy.empty() ? file : chunks->copy;
   Image image;
-  if (!png_image_begin_read_from_memory(&image, file.data(), file.size())) return std::nullopt;
-  if (!isWithinPixelLimit(image.width, image.height) || !canHoldPixels(file, image))
+  if (!png_image_begin_read_from_memory(&image, picture.data(), picture.size()) ||
+      !isWithinPixelLimit(image.width, image.height) ||
+      !canHoldPixels(chunks->pictureBytes, image)) {
     return std::nullopt;
+  }
   image.format = PNG_FORMAT_BGRA;
   Bitmap bitmap{image.width, image.height, Data(PNG_IMAGE_SIZE(image))};
   if (!png_image_finish_read(&image, nullptr, bitmap.pixels.data(), 0, nullptr)) {
@@ -59,7 +88,7 @@ std::optional<Bitmap> ImageCodec::decodePNG(const Data& file) try {
   return std::nullopt;
 }
 
-std::optional<Data> ImageCodec::encodePNG(const Bitmap& bitmap) {
+std::optional<Data> ImageCodec::encodePNG(const Bitmap& bitmap) try {
   Image image;
   image.width = static_cast<png_uint_32>(bitmap.width);
   image.height = static_cast<png_uint_32>(bitmap.height);
@@ -71,6 +100,8 @@ std::optional<Data> ImageCodec::encodePNG(const Bitmap& bitmap) {
   }
   file.resize(size);
   return file;
+} catch (const std::bad_alloc&) {
+  return std::nullopt;
 }
 
 }  // namespace tarnwick
