@@ -13,12 +13,11 @@ namespace {
 /// The difference in pixels that comes from computing with fractions and not from the caller.
 constexpr CGFloat tolerance = 1e-6;
 
+/// Well inside both the integers and the exact doubles.
+constexpr CGFloat largest = 1e15;
+
 std::int64_t firstPixel(CGFloat position) {
   return static_cast<std::int64_t>(std::floor(position + tolerance));
-}
-
-std::int64_t endPixel(CGFloat position) {
-  return static_cast<std::int64_t>(std::ceil(position - tolerance));
 }
 
 /// One side of a drawing: where it begins and how long it is in either bitmap, in pixels.
@@ -27,16 +26,18 @@ struct Side {
   std::int64_t sourceSide, targetSide;
 };
 
-/// The pixels of one side that are drawn: `count` pixels of the target from `into` on, out of the
-/// stretch of the source that begins at `from`. No pixels: nothing of it lies within both.
+/// Pixels of one side.
+struct Pixels {
+  std::int64_t first, count;
+};
+
+/// A part of one side of the source, in pixels.
 struct Stretch {
-  CGFloat from = 0, fromLength = 0;
-  std::int64_t into = 0, count = 0;
+  CGFloat from, length;
 };
 
 bool isUsable(const Side& side) {
-  constexpr CGFloat limit = 1e15;  // well inside both the integers and the exact doubles
-  const auto isWithin = [](CGFloat value) { return std::abs(value) < limit; };
+  const auto isWithin = [](CGFloat value) { return std::abs(value) < largest; };
   return isWithin(side.from) && isWithin(side.into) && isWithin(side.fromLength) &&
          isWithin(side.intoLength) && side.fromLength > tolerance && side.intoLength > tolerance;
 }
@@ -45,47 +46,70 @@ bool keepsLength(const Side& side) {
   return std::abs(side.fromLength - side.intoLength) <= tolerance;
 }
 
-/// The whole pixels to copy, clipped to both bitmaps.
-Stretch copied(const Side& side) {
-  std::int64_t from = firstPixel(side.from), into = firstPixel(side.into);
-  const std::int64_t before = std::max({std::int64_t{0}, -from, -into});
-  const std::int64_t length = endPixel(side.fromLength) - before;
-  from += before;
-  into += before;
-  const std::int64_t count = std::min({length, side.sourceSide - from, side.targetSide - into});
-  return {static_cast<CGFloat>(from), static_cast<CGFloat>(count), into, count};
-}
-
-/// The target's pixels that the scaled stretch touches, clipped to both bitmaps, and the part of
-/// the source that belongs to exactly these.
-Stretch stretched(const Side& side) {
+/// The pixels of the target that the drawing covers, fully or in part. No pixels if the drawing
+/// lies outside either bitmap.
+Pixels covered(const Side& side) {
   const CGFloat ratio = side.intoLength / side.fromLength;
-  const auto sourceEnd = static_cast<CGFloat>(side.sourceSide);
-  const auto toTarget = [&](CGFloat x) { return side.into + (x - side.from) * ratio; };
-  const auto toSource = [&](std::int64_t x) {
-    const CGFloat position = side.from + (static_cast<CGFloat>(x) - side.into) / ratio;
-    return std::clamp(position, CGFloat{0}, sourceEnd);
+  const auto toTarget = [&](CGFloat position) {
+    return std::clamp(side.into + (position - side.from) * ratio, 0.0,
+                      static_cast<CGFloat>(side.targetSide));
   };
-  const std::int64_t into = firstPixel(
-      std::clamp(toTarget(std::max(side.from, 0.0)), 0.0, static_cast<CGFloat>(side.targetSide)));
-  const std::int64_t end =
-      endPixel(std::clamp(toTarget(std::min(side.from + side.fromLength, sourceEnd)), 0.0,
-                          static_cast<CGFloat>(side.targetSide)));
-  const CGFloat from = toSource(into), fromLength = toSource(end) - from;
-  return {from, fromLength, into, fromLength > 0 ? end - into : 0};
+  const auto sourceEnd = static_cast<CGFloat>(side.sourceSide);
+  const CGFloat begin = toTarget(std::max(side.from, 0.0));
+  const CGFloat end = toTarget(std::min(side.from + side.fromLength, sourceEnd));
+  const std::int64_t first = firstPixel(begin);
+  return {first, begin < end ? pixelCount(end) - first : 0};
 }
 
-/// Copies the block of `source` whose first pixel is (x, y) over the pixels of `target`.
-void copyBlock(const Bitmap& source, std::int64_t x, std::int64_t y, Bitmap& target,
-               const Stretch& across, const Stretch& down) {
-  const auto bytes = static_cast<std::size_t>(across.count * Bitmap::bytesPerPixel);
-  for (std::int64_t row = 0; row < down.count; ++row) {
-    std::memcpy(target.row(down.into + row) + across.into * Bitmap::bytesPerPixel,
-                source.row(y + row) + x * Bitmap::bytesPerPixel, bytes);
+/// The part of the source that is scaled to these pixels of the target. Never empty, even if it is
+/// too short for a floating-point difference.
+Stretch stretched(const Side& side, const Pixels& pixels) {
+  const auto toSource = [&](std::int64_t x) {
+    const CGFloat position =
+        side.from + (static_cast<CGFloat>(x) - side.into) * side.fromLength / side.intoLength;
+    return std::clamp(position, CGFloat{0}, static_cast<CGFloat>(side.sourceSide));
+  };
+  const CGFloat from = toSource(pixels.first);
+  return {from, std::max(toSource(pixels.first + pixels.count) - from, tolerance)};
+}
+
+/// Where the pixels of one side are copied from: the target's first pixel comes from `first`, or
+/// from `lowest` if that is greater, and the others follow `first`. The region begins at `lowest`.
+struct Origin {
+  std::int64_t first = 0, lowest = 0;
+};
+
+/// The origin of these pixels, of which it leaves as many as the source has. At fractional
+/// positions the drawing can cover one pixel more than its region has: then `first` is one pixel
+/// before the region, and the region's first pixel is copied twice.
+Origin copied(const Side& side, Pixels& pixels) {
+  const std::int64_t last = side.sourceSide - 1;
+  const std::int64_t lowest = std::clamp(firstPixel(side.from), std::int64_t{0}, last);
+  const std::int64_t first =
+      std::clamp(pixels.first + firstPixel(side.from - side.into), lowest - 1, last);
+  pixels.count = std::min(pixels.count, side.sourceSide - first);
+  return {first, lowest};
+}
+
+/// Copies pixels of `source` over these pixels of `target`.
+void copyBlock(const Bitmap& source, const Origin& x, const Origin& y, Bitmap& target,
+               const Pixels& across, const Pixels& down) {
+  constexpr std::int64_t bytes = Bitmap::bytesPerPixel;
+  for (std::int64_t i = 0; i < down.count; ++i) {
+    const std::uint8_t* const from = source.row(std::max(y.first + i, y.lowest));
+    std::uint8_t* const into = target.row(down.first + i) + across.first * bytes;
+    std::memcpy(into, from + std::max(x.first, x.lowest) * bytes, bytes);
+    std::memcpy(into + bytes, from + (x.first + 1) * bytes,
+                static_cast<std::size_t>((across.count - 1) * bytes));
   }
 }
 
 }  // namespace
+
+std::int64_t pixelCount(CGFloat length) {
+  if (!(length > tolerance)) return 0;  // not a number included
+  return static_cast<std::int64_t>(std::ceil(std::min(length, largest) - tolerance));
+}
 
 void drawPixels(const Bitmap& source, const CGRect& from, Bitmap& target, const CGRect& into) {
   const Side width{from.origin.x,   from.size.width, into.origin.x,
@@ -93,21 +117,20 @@ void drawPixels(const Bitmap& source, const CGRect& from, Bitmap& target, const 
   const Side height{from.origin.y,    from.size.height, into.origin.y,
                     into.size.height, source.height,    target.height};
   if (!isUsable(width) || !isUsable(height)) return;
-  const bool isCopy = keepsLength(width) && keepsLength(height);
-  const Stretch across = isCopy ? copied(width) : stretched(width);
-  const Stretch down = isCopy ? copied(height) : stretched(height);
+  Pixels across = covered(width), down = covered(height);
   if (across.count <= 0 || down.count <= 0) return;
-  if (isCopy) {
-    copyBlock(source, static_cast<std::int64_t>(across.from), static_cast<std::int64_t>(down.from),
-              target, across, down);
+  if (keepsLength(width) && keepsLength(height)) {
+    const Origin x = copied(width, across), y = copied(height, down);
+    copyBlock(source, x, y, target, across, down);
     return;
   }
-  const CGRect region{{across.from, down.from}, {across.fromLength, down.fromLength}};
-  Bitmap drawn = scaled(source, region, across.count, down.count);
+  const Stretch columns = stretched(width, across), rows = stretched(height, down);
+  Bitmap drawn = scaled(source, {{columns.from, rows.from}, {columns.length, rows.length}},
+                        across.count, down.count);
   if (drawn.pixels.size() == target.pixels.size()) {
     target = std::move(drawn);  // all of it
   } else if (!drawn.pixels.empty()) {
-    copyBlock(drawn, 0, 0, target, across, down);
+    copyBlock(drawn, {}, {}, target, across, down);
   }
 }
 

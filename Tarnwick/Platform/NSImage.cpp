@@ -1,6 +1,5 @@
 #include "Tarnwick/Platform/NSImage.hpp"
 
-#include <cmath>
 #include <utility>
 
 #include "Tarnwick/Platform/ImageCodec.hpp"
@@ -8,12 +7,6 @@
 
 namespace tarnwick {
 namespace {
-
-/// The number of pixels for a length in units; none for a length that cannot have pixels.
-std::int64_t pixelCount(CGFloat length) {
-  const bool isUsable = length > 0 && length <= static_cast<CGFloat>(pixelLimit);
-  return isUsable ? static_cast<std::int64_t>(std::ceil(length)) : 0;
-}
 
 std::optional<Bitmap> transparentBitmap(const CGSize& size) {
   const std::int64_t width = pixelCount(size.width), height = pixelCount(size.height);
@@ -34,24 +27,15 @@ bool hasMatchingPixels(const Bitmap& bitmap) {
   return bitmap.pixels.size() == static_cast<std::uint64_t>(bytes);
 }
 
-/// Pixels a unit along one side. An image whose pixels are its units rounded up has one.
-CGFloat scale(std::int64_t pixels, CGFloat units) {
-  const auto count = static_cast<CGFloat>(pixels);
-  return count == std::ceil(units) ? 1 : count / units;
-}
-
-/// A region given in logical units from the bottom left, in pixels from the top left.
-CGRect pixelRegion(const CGRect& region, const CGSize& size, const Bitmap& bitmap) {
-  const CGFloat across = scale(bitmap.width, size.width), down = scale(bitmap.height, size.height);
-  const CGFloat top = size.height - region.origin.y - region.size.height;
-  return {{region.origin.x * across, top * down},
-          {region.size.width * across, region.size.height * down}};
+/// Pixels per unit along one side. An image has one as long as it has the size it was created with.
+CGFloat scale(std::int64_t pixels, CGFloat units, CGFloat createdUnits) {
+  return units == createdUnits ? 1 : static_cast<CGFloat>(pixels) / units;
 }
 
 }  // namespace
 
 NSImage::NSImage(Private, const CGSize& size, std::optional<Bitmap> bitmap)
-    : size_(size), bitmap_(std::move(bitmap)) {}
+    : createdSize_(size), size_(size), bitmap_(std::move(bitmap)) {}
 
 std::shared_ptr<NSImage> NSImage::create(const CGSize& size) {
   return std::make_shared<NSImage>(Private{}, size, transparentBitmap(size));
@@ -67,10 +51,17 @@ std::shared_ptr<NSImage> NSImage::fromBitmap(Bitmap bitmap) {
   return std::make_shared<NSImage>(Private{}, sizeInPixels(bitmap), std::move(bitmap));
 }
 
+CGRect NSImage::inPixels(const CGRect& region) const {
+  const CGFloat across = scale(bitmap_->width, size_.width, createdSize_.width);
+  const CGFloat down = scale(bitmap_->height, size_.height, createdSize_.height);
+  const CGFloat top = size_.height - region.origin.y - region.size.height;
+  return {{region.origin.x * across, top * down},
+          {region.size.width * across, region.size.height * down}};
+}
+
 void NSImage::draw(const NSImage& source, const CGRect& from, const CGRect& into) {
   if (!bitmap_ || !source.bitmap_) return;
-  drawPixels(*source.bitmap_, pixelRegion(from, source.size_, *source.bitmap_), *bitmap_,
-             pixelRegion(into, size_, *bitmap_));
+  drawPixels(*source.bitmap_, source.inPixels(from), *bitmap_, inPixels(into));
   keepJPEG(nullptr);
 }
 

@@ -25,8 +25,9 @@ class NSImage final {
   };
 
  public:
-  /// A transparent image of a logical size, with one pixel a unit and fractions rounded up. A size
-  /// that is empty, negative, not finite or over the pixel limit gives an image without bitmap.
+  /// A transparent image of a logical size, with one pixel per unit. Fractions are rounded up, but
+  /// a fraction of at most 1e-6 is a rounding error and adds no pixel. The image has no bitmap if
+  /// the size is empty, negative, not finite or over the pixel limit.
   [[nodiscard]] static std::shared_ptr<NSImage> create(const CGSize& size);
 
   /// The image in a JPEG or PNG file, a unit a pixel. Null when the bytes are no complete image, or
@@ -40,7 +41,8 @@ class NSImage final {
   /// The logical size.
   [[nodiscard]] CGSize size() const { return size_; }
 
-  /// Sets it, and leaves the pixels as they are.
+  /// Sets the logical size. The pixels stay, and fill the new size. A side that is set back to the
+  /// length it was created with has one pixel per unit again.
   void setSize(const CGSize& size) { size_ = size; }
 
   /// How the image is meant to fill an area larger than itself.
@@ -76,9 +78,13 @@ class NSImage final {
     Data file;
   };
 
+  /// A region in logical units from the bottom left, in pixels from the top left.
+  [[nodiscard]] CGRect inPixels(const CGRect& region) const;
+
   [[nodiscard]] std::shared_ptr<const JPEG> lastJPEG() const TARNWICK_EXCLUDES(jpegLock_);
   void keepJPEG(std::shared_ptr<const JPEG> jpeg) const TARNWICK_EXCLUDES(jpegLock_);
 
+  const CGSize createdSize_;
   CGSize size_;
   ResizingMode resizingMode_ = ResizingMode::stretch;
   std::optional<Bitmap> bitmap_;
