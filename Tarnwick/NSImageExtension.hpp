@@ -14,8 +14,7 @@ namespace [[gnu::visibility("default")]] tarnwick {
 
 /// A new image of exactly this size with all of `image` scaled to it, each side on its own. `image`
 /// itself keeps its pixels, but has this logical size, and the resizing mode `tile`, from now on;
-/// so no other thread may use it meanwhile. Sides over 65,535 pixels are not scaled: the result
-/// stays transparent.
+/// so no other thread may use it meanwhile.
 [[nodiscard]] std::shared_ptr<NSImage> resize(NSImage& image, const CGSize& size);
 
 }  // namespace tarnwick

@@ -2,6 +2,7 @@
 
 #include <array>
 #include <cmath>
+#include <numbers>
 #include <random>
 
 #include "Tarnwick/Tarnwick.hpp"
@@ -129,33 +130,81 @@ TEST(Image, IsResized) {
   EXPECT_EQ(crop(*source, {{99.75, 0}, {99.75, 100}})->bitmap()->pixels.at(99 * 4), 254);
 }
 
-TEST(Image, IsNotScaledBeyondWhatEndsInTime) {
-  const auto wide = NSImage::fromBitmap(plain(1'000'000, 1, 0xFF));
-  EXPECT_TRUE(equal(*resize(*wide, {1, 1})->bitmap(), plain(1, 1, 0)));
-  EXPECT_TRUE(
-      equal(*resize(*NSImage::create({1, 1}), {100'000, 1})->bitmap(), plain(100'000, 1, 0)));
+/// What Lanczos with three lobes makes of these samples around `centre`, at `step` from the next.
+double lanczos(const Data& samples, double centre, double step) {
+  const auto sinc = [](double x) { return x == 0 ? 1 : std::sin(x) / x; };
+  const Side side = std::ssize(samples);
+  const double width = std::max(step, 1.0), reach = 3 * width;
+  double sum = 0, weights = 0;
+  for (Side i = std::lround(centre - reach); double(i) + 0.5 < centre + reach; ++i) {
+    const double x = (double(i) + 0.5 - centre) / width * std::numbers::pi;
+    const Side mirrored = std::min(i < 0 ? -1 - i : i, i < side ? side - 1 : 2 * side - 1 - i);
+    sum += sinc(x) * sinc(x / 3) * samples[std::size_t(std::max(mirrored, Side{0}))];
+    weights += sinc(x) * sinc(x / 3);
+  }
+  return std::clamp(sum / weights, 0.0, 255.0);
 }
 
-TEST(Image, StaysWhiteAndMixesInNothingTransparent) {
-  const std::array<std::pair<Side, Side>, 4> sides{{{1, 1}, {3, 7}, {20, 15}, {100, 101}}};
-  for (const auto& [width, height] : sides) {
+TEST(Image, IsScaledByOneFilterAtAnyLength) {
+  using Case = std::tuple<Side, Side, CGRect, Side, Side>;
+  const Side k = 1000;
+  for (const auto& [width, height, from, newWidth, newHeight] :
+       {Case{50, 30, rectangle(0, 0, 50, 30), 20, 50},
+        {50, 40, {{10.25, 5}, {20.5, 25.75}}, 70, 9},
+        {1'500, 800, rectangle(0, 0, 1'500, 800), 400, 150},  // in two halves
+        {900, 700, {{100, 100.5}, {500, 500}}, 1'300, 1'000},
+        {70 * k, 4, rectangle(0, 0, 70 * k, 4), 7 * k, 4},
+        {2, 66 * k, {{0, 12000.5}, {2, 40000}}, 3, 33 * k},
+        {66 * k, 2, {{12000.5, 0}, {40000, 2}}, 33 * k, 3},
+        {5 * k, 1, rectangle(0, 0, 5 * k, 1), 70 * k, 1},
+        {1, 1, rectangle(0, 0, 1, 1), 1, 100 * k},
+        {1, 1000 * k, rectangle(0, 0, 1, 1000 * k), 1, k + 1},
+        {1000 * k, 1, rectangle(0, 0, 1000 * k, 1), 1, 1}}) {
+    std::mt19937 random(1);
+    Data across, down;
+    while (std::ssize(across) < width) across.push_back(static_cast<std::uint8_t>(random()));
+    while (std::ssize(down) < height) down.push_back(static_cast<std::uint8_t>(random()));
     Bitmap pixels = plain(width, height, 255);
-    const auto white = NSImage::fromBitmap(pixels);
-    for (std::size_t i = 4; i + 4 <= pixels.pixels.size(); i += 12) {
-      std::fill_n(pixels.pixels.data() + i, 4, std::uint8_t{0});
+    for (std::size_t i = 0; i < pixels.pixels.size(); i += 4) {
+      pixels.pixels[i] = across[i / 4 % across.size()];
+      pixels.pixels[i + 1] = down[i / 4 / across.size()];
     }
-    const auto holed = NSImage::fromBitmap(pixels);
-    for (const auto& [x, y] : sides) {
-      const CGSize size = rectangle(0, 0, x, y).size;
-      EXPECT_TRUE(equal(*resize(*white, size)->bitmap(), plain(x, y, 255)));
-      const Data result = resize(*holed, size)->bitmap()->pixels;
-      int alpha = 0;
-      for (std::size_t i = 0; i < result.size(); i += 4) {
-        alpha = std::max(alpha, int{result[i + 3]});
-        const bool isWhite = result[i] + result[i + 1] + result[i + 2] == 3 * 255;
-        EXPECT_TRUE(isWhite || result[i + 3] == 0) << i;
+    const CGSize size = rectangle(0, 0, newWidth, newHeight).size;
+    const auto target = NSImage::create(size);
+    const double y = double(height) - from.origin.y - from.size.height;
+    const auto source = NSImage::fromBitmap(pixels);
+    source->setSize({double(width) / 2, double(height) * 4});
+    target->draw(*source, {{from.origin.x / 2, y * 4}, {from.size.width / 2, from.size.height * 4}},
+                 {{}, size});
+    const auto expectNear = [](std::uint8_t result, const Data& samples, double first,
+                               double length, Side i, Side count) {
+      const double step = length / double(count);
+      ASSERT_NEAR(result, lanczos(samples, first + (double(i) + 0.5) * step, step), 1.5) << count;
+    };
+    const Bitmap& result = *target->bitmap();
+    for (Side i = 0; i < newWidth; ++i) {
+      expectNear(result.row(0)[i * 4], across, from.origin.x, from.size.width, i, newWidth);
+    }
+    for (Side i = 0; i < newHeight; ++i) {
+      expectNear(result.row(i)[1], down, from.origin.y, from.size.height, i, newHeight);
+    }
+  }
+}
+
+TEST(Image, KeepsTransparencyWhereverItIsAndMixesInNothingOfIt) {
+  for (const auto& [width, height] :
+       {std::pair<Side, Side>{1, 1}, {2, 1}, {5, 1}, {3, 7}, {100, 101}, {1025, 1024}}) {
+    for (const Side hole : {Side{0}, width * height - 2, width * height - 1}) {
+      Bitmap pixels = plain(width, height, 255);
+      std::fill_n(&pixels.pixels[std::size_t(std::max(hole, Side{0})) * 4], 4, std::uint8_t{0});
+      const auto image = NSImage::fromBitmap(std::move(pixels));
+      const Data resized =
+          resize(*image, rectangle(0, 0, width, 2 * height).size)->bitmap()->pixels;
+      EXPECT_NE(resized, Data(resized.size(), 255)) << width << ' ' << hole;
+      for (std::size_t i = 0; i < resized.size(); i += 4) {
+        const bool isWhite = resized[i] + resized[i + 1] + resized[i + 2] == 3 * 255;
+        ASSERT_TRUE(isWhite || resized[i + 3] == 0) << width << ' ' << hole << ' ' << i;
       }
-      EXPECT_GT(alpha, 128);
     }
   }
 }

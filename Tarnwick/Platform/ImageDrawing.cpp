@@ -129,7 +129,7 @@ void drawPixels(const Bitmap& source, const CGRect& from, Bitmap& target, const 
                         across.count, down.count);
   if (drawn.pixels.size() == target.pixels.size()) {
     target = std::move(drawn);  // all of it
-  } else if (!drawn.pixels.empty()) {
+  } else {
     copyBlock(drawn, {}, {}, target, across, down);
   }
 }

@@ -8,11 +8,13 @@
 #include <cmath>
 #include <cstring>
 #include <memory>
+#include <new>
 #include <span>
 #include <utility>
 #include <vector>
 
 #include "Tarnwick/Platform/Concurrently.hpp"
+#include "Tarnwick/Platform/ImageAveraging.hpp"
 
 namespace tarnwick {
 namespace {
@@ -23,8 +25,15 @@ struct alignas(alignment) Block {
   std::array<std::uint8_t, alignment> bytes;
 };
 
-/// The longest side that is scaled: beyond, zimg's time grows with the square of the length.
-constexpr std::int64_t sideLimit = 65535;
+/// Longer sides are scaled in tiles, as zimg's time grows with the square of the length.
+constexpr std::int64_t longestWhole = 65535;
+
+/// The pixels of the result along the side of a tile.
+constexpr std::int64_t tileSide = 4096;
+
+/// Averaging leaves at least this many pixels of a long side for each pixel of the result. With
+/// fewer the result would differ visibly from one scaled from all pixels.
+constexpr CGFloat leastRatio = 8;
 
 /// A picture of more pixels, before or after, is scaled in two halves at once. In no more, as each
 /// costs zimg a new table of its filter; and on any machine alike, as it goes across first or down
@@ -35,8 +44,8 @@ constexpr int lobes = 3;  // of the filter, to either side
 
 constexpr std::size_t colourPlanes = 3, allPlanes = 4;
 
-/// Rows of a picture, from `first` up to `end`.
-struct Rows {
+/// Pixels of one side of a picture, from `first` up to `end`.
+struct Range {
   std::int64_t first, end;
   [[nodiscard]] std::int64_t count() const { return end - first; }
 };
@@ -106,13 +115,17 @@ class PlanarRows {
   const Data opaqueRow_;  // the alpha of pixels that have no plane of it
 };
 
-/// What zimg's callbacks are given: the bitmap on their side of the work, the first row of it that
-/// they see, and its rows.
+/// What zimg's callbacks are given: the bitmap on their side of the work, the first pixel of it
+/// that they see, and its rows.
 template <typename Pixels>
 struct Side {
   Pixels& bitmap;
-  std::int64_t first;
+  std::int64_t firstColumn, firstRow;
   PlanarRows rows;
+
+  [[nodiscard]] auto* row(unsigned i) const {
+    return bitmap.row(firstRow + i) + firstColumn * Bitmap::bytesPerPixel;
+  }
 };
 
 bool isOpaque(std::span<const std::uint8_t> pixels) {
@@ -150,33 +163,41 @@ zimg_graph_builder_params lanczos3() {
   return params;
 }
 
-/// The rows of `source` that the filter looks at for those from `top` on, `height` of them, when
-/// `count` rows become of these: lobes of one row each, or as much wider as the picture gets
-/// smaller.
-Rows rowsFor(const Bitmap& source, CGFloat top, CGFloat height, std::int64_t count) {
-  const CGFloat reach = lobes * std::max(1.0, height / static_cast<CGFloat>(count)) + 1;
-  const auto first = static_cast<std::int64_t>(std::max(top - reach, 0.0));
-  const auto end = static_cast<std::int64_t>(std::ceil(top + height + reach));
-  return {first, std::min(end, source.height)};
+/// The pixels of a source's side that the filter looks at for `length` of them from `from` on, when
+/// these become `count`: lobes of one pixel each, or as much wider as the picture gets smaller.
+Range neededFor(std::int64_t side, CGFloat from, CGFloat length, std::int64_t count) {
+  const CGFloat reach = lobes * std::max(1.0, length / static_cast<CGFloat>(count)) + 1;
+  const auto first = static_cast<std::int64_t>(std::max(from - reach, 0.0));
+  const auto end = static_cast<std::int64_t>(std::ceil(from + length + reach));
+  return {first, std::min(end, side)};
 }
 
-/// Scales what belongs to these rows of `result`; whether that worked.
-bool scaleRows(const Bitmap& source, const CGRect& region, bool hasAlpha, Bitmap& result,
-               const Rows& rows) {
-  const auto portion = [&](std::int64_t count) {
-    return region.size.height * static_cast<CGFloat>(count) / static_cast<CGFloat>(result.height);
-  };
-  const CGFloat top = region.origin.y + portion(rows.first), height = portion(rows.count());
-  const Rows needed = rowsFor(source, top, height, rows.count());
+/// The part of `length` that belongs to `count` pixels, when `side` pixels have all of it.
+CGFloat portion(CGFloat length, std::int64_t count, std::int64_t side) {
+  return length * static_cast<CGFloat>(count) / static_cast<CGFloat>(side);
+}
+
+/// Scales what belongs to this tile of `result`.
+void scaleTile(const Bitmap& source, const CGRect& region, bool hasAlpha, Bitmap& result,
+               const Range& columns, const Range& rows) {
+  const CGFloat left = region.origin.x + portion(region.size.width, columns.first, result.width);
+  const CGFloat top = region.origin.y + portion(region.size.height, rows.first, result.height);
+  const CGFloat width = portion(region.size.width, columns.count(), result.width);
+  const CGFloat height = portion(region.size.height, rows.count(), result.height);
+  const bool isLong = std::max(source.width, result.width) > longestWhole;
+  const Range neededColumns =
+      isLong ? neededFor(source.width, left, width, columns.count()) : Range{0, source.width};
+  const Range neededRows = neededFor(source.height, top, height, rows.count());
+
   const std::size_t planes = hasAlpha ? allPlanes : colourPlanes;
-  zimg_image_format from = format(source.width, needed.count(), hasAlpha);
-  from.active_region = {region.origin.x, top - static_cast<CGFloat>(needed.first),
-                        region.size.width, height};
-  const zimg_image_format to = format(result.width, rows.count(), hasAlpha);
+  zimg_image_format from = format(neededColumns.count(), neededRows.count(), hasAlpha);
+  from.active_region = {left - static_cast<CGFloat>(neededColumns.first),
+                        top - static_cast<CGFloat>(neededRows.first), width, height};
+  const zimg_image_format to = format(columns.count(), rows.count(), hasAlpha);
   const zimg_graph_builder_params params = lanczos3();
   const std::unique_ptr<zimg_filter_graph, decltype(&zimg_filter_graph_free)> graph(
       zimg_filter_graph_build(&from, &to, &params), zimg_filter_graph_free);
-  if (!graph) return false;
+  if (!graph) throw std::bad_alloc();
 
   unsigned inputRows = 0, outputRows = 0;
   std::size_t workBytes = 0;
@@ -185,22 +206,28 @@ bool scaleRows(const Bitmap& source, const CGRect& region, bool hasAlpha, Bitmap
   zimg_filter_graph_get_tmp_size(graph.get(), &workBytes);
   std::vector<Block> work(workBytes / alignment + 1);
 
-  Side<const Bitmap> input{source, needed.first, {planes, source.width, needed.count(), inputRows}};
-  Side<Bitmap> output{result, rows.first, {planes, result.width, rows.count(), outputRows}};
-  const auto unpack = [](void* user, unsigned i, unsigned left, unsigned right) {
+  Side<const Bitmap> input{source,
+                           neededColumns.first,
+                           neededRows.first,
+                           {planes, neededColumns.count(), neededRows.count(), inputRows}};
+  Side<Bitmap> output{
+      result, columns.first, rows.first, {planes, columns.count(), rows.count(), outputRows}};
+  const auto unpack = [](void* user, unsigned i, unsigned begin, unsigned end) {
     auto& side = *static_cast<Side<const Bitmap>*>(user);
-    side.rows.unpack(side.bitmap.row(side.first + i), i, left, right);
+    side.rows.unpack(side.row(i), i, begin, end);
     return 0;
   };
-  const auto pack = [](void* user, unsigned i, unsigned left, unsigned right) {
+  const auto pack = [](void* user, unsigned i, unsigned begin, unsigned end) {
     auto& side = *static_cast<Side<Bitmap>*>(user);
-    side.rows.pack(side.bitmap.row(side.first + i), i, left, right);
+    side.rows.pack(side.row(i), i, begin, end);
     return 0;
   };
   const auto read = input.rows.description<zimg_image_buffer_const>();
   const auto written = output.rows.description<zimg_image_buffer>();
-  return zimg_filter_graph_process(graph.get(), &read, &written, work.data(), unpack, &input, pack,
-                                   &output) == ZIMG_ERROR_SUCCESS;
+  if (zimg_filter_graph_process(graph.get(), &read, &written, work.data(), unpack, &input, pack,
+                                &output) != ZIMG_ERROR_SUCCESS) {
+    throw std::bad_alloc();
+  }
 }
 
 /// Calls `body` for each of so many parts of `length` rows, at once.
@@ -208,28 +235,55 @@ template <typename Body>
 void inParts(std::int64_t parts, std::int64_t length, const Body& body) {
   concurrently(static_cast<std::size_t>(parts), [&](std::size_t i) {
     const auto part = static_cast<std::int64_t>(i);
-    body(Rows{length * part / parts, length * (part + 1) / parts});
+    body(Range{length * part / parts, length * (part + 1) / parts});
   });
+}
+
+/// Calls `body` for each part of `range` that is scaled at a time, all of it unless the side of the
+/// picture, before or after, is long.
+template <typename Body>
+void inTiles(const Range& range, std::int64_t longest, const Body& body) {
+  const std::int64_t length = longest > longestWhole ? tileSide : range.count();
+  for (std::int64_t first = range.first; first < range.end; first += length) {
+    body(Range{first, std::min(first + length, range.end)});
+  }
+}
+
+/// How many pixels of a side, `length` of which become `count`, are averaged to one.
+std::int64_t groupSize(std::int64_t side, CGFloat length, std::int64_t count) {
+  const auto size = static_cast<std::int64_t>(length / static_cast<CGFloat>(count) / leastRatio);
+  return side > longestWhole ? std::max<std::int64_t>(size, 1) : 1;
 }
 
 }  // namespace
 
 Bitmap scaled(const Bitmap& source, const CGRect& region, std::int64_t width, std::int64_t height) {
-  const std::int64_t longest = std::max({source.width, source.height, width, height});
-  if (!isWithinPixelLimit(width, height) || longest > sideLimit) return {};
+  const std::int64_t across = groupSize(source.width, region.size.width, width);
+  const std::int64_t down = groupSize(source.height, region.size.height, height);
+  if (across > 1 || down > 1) {
+    const auto columns = static_cast<CGFloat>(across), rows = static_cast<CGFloat>(down);
+    return scaled(averaged(source, across, down),
+                  {{region.origin.x / columns, region.origin.y / rows},
+                   {region.size.width / columns, region.size.height / rows}},
+                  width, height);
+  }
   const std::int64_t pixels = std::max(source.width * source.height, width * height);
   const std::int64_t parts = pixels > largestWhole && height > 1 ? 2 : 1;
-  std::atomic<bool> hasAlpha = false, isScaled = true;
-  inParts(parts, source.height, [&](const Rows& rows) {
+  std::atomic<bool> hasAlpha = false;
+  inParts(parts, source.height, [&](const Range& rows) {
     const auto size = static_cast<std::size_t>(rows.count()) * source.rowBytes();
     if (!isOpaque({source.row(rows.first), size})) hasAlpha = true;
   });
   Bitmap result{width, height,
                 Data(static_cast<std::size_t>(width * height * Bitmap::bytesPerPixel))};
-  inParts(parts, height, [&](const Rows& rows) {
-    if (!scaleRows(source, region, hasAlpha, result, rows)) isScaled = false;
+  inParts(parts, height, [&](const Range& part) {
+    inTiles(part, std::max(source.height, height), [&](const Range& rows) {
+      inTiles({0, width}, std::max(source.width, width), [&](const Range& columns) {
+        scaleTile(source, region, hasAlpha, result, columns, rows);
+      });
+    });
   });
-  return isScaled ? std::move(result) : Bitmap{};
+  return result;
 }
 
 }  // namespace tarnwick

@@ -54,10 +54,12 @@ class NSImage final {
   /// The pixels; null when there are none. Valid as long as the image is, and not drawn into.
   [[nodiscard]] const Bitmap* bitmap() const { return bitmap_ ? &*bitmap_ : nullptr; }
 
-  /// Draws the region `from` of `source` over the region `into` of this image, alpha included, both
-  /// in their image's logical units from its bottom left. Where the two regions have as many pixels
-  /// these are copied, from whole positions; elsewhere they are scaled, unless a side is over
-  /// 65,535 pixels. What lies outside either image changes nothing. `source` is another image.
+  /// Draws the region `from` of `source` over the region `into` of this image, alpha included. Both
+  /// are in their image's logical units from its bottom left. Regions with equal sizes in pixels
+  /// are copied pixel for pixel, from whole positions. Others are scaled. Every pixel that the
+  /// drawing covers, fully or in part, is replaced. What lies outside either image changes nothing.
+  /// `source` must be another image. Throws std::bad_alloc if memory is short for scaling; this
+  /// image is then unchanged.
   void draw(const NSImage& source, const CGRect& from, const CGRect& into);
 
   /// The pixels, at their own number and without alpha, as a JPEG file. `compressionFactor` runs
