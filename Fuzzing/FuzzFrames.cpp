@@ -10,10 +10,6 @@ using namespace tarnwick;
 
 namespace {
 
-void expect(bool holds) {
-  if (!holds) std::abort();
-}
-
 void play(auto frame, std::int64_t size, std::span<const std::uint8_t> actions) {
   constexpr std::uint8_t merge = 0xFF, longestChunk = 0x7F;
   std::string collected;
@@ -33,10 +29,10 @@ void play(auto frame, std::int64_t size, std::span<const std::uint8_t> actions) 
       isCorrupt |= !fits;
       isFull |= fits && static_cast<std::int64_t>(offset) == size;
     }
-    const auto data = frame.getData();
-    expect(frame.isFull == isFull && frame.isCorrupt == isCorrupt);
-    expect(data.has_value() == (merged && static_cast<std::int64_t>(offset) == size));
-    expect(!data || characters(*data) == *merged);
+    const bool isThere = merged && static_cast<std::int64_t>(offset) == size;
+    const auto expected = isThere ? std::optional(bytes(*merged)) : std::nullopt;
+    if (frame.isFull != isFull || frame.isCorrupt != isCorrupt) std::abort();
+    if (frame.getData() != expected) std::abort();
   }
 }
 

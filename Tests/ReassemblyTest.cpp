@@ -1,62 +1,58 @@
 #include <gtest/gtest.h>
 
 #include "Tarnwick/Platform/Log.hpp"
-#include "Tarnwick/Tarnwick.hpp"
-#include "Tests/Support.hpp"
+#include "Tests/Stream.hpp"
 
 namespace tarnwick::test {
 namespace {
 
-// What the buffers collect and join: see Fuzzing/FuzzFrames.cpp and its seeds.
+// What any script of calls leads to: see Fuzzing/FuzzFrames.cpp.
 
-TEST(Buffers, LogAnOverflowOnce) {
-  Output output;
-  const auto overflow = [](auto frame) {
-    frame.appendChunk({1, 2});
-    frame.appendChunk({1});
-  };
-  overflow(RxVideoFrame(7, 1));
-  overflow(RxImageFrame(1));
-  overflow(RxAudioFrame(7, 1));
-  logLine("end");
-  EXPECT_TRUE(output.awaitLine("end"));
-  EXPECT_EQ(output.lines(),
-            (std::vector<std::string>{"Append chunk overflow - (RxVideoFrame)",
-                                      "Append chunk overflow - (RxImageFrame)",
-                                      "Append chunk overflow - (RxAudioFrame)", "end"}));
-}
+/// Size and chunks; whether the buffer is then full, whether corrupt, and what it merges to.
+using Case = std::tuple<std::int64_t, std::vector<Data>, bool, bool, std::optional<Data>>;
+const std::vector<Case> cases{
+    {2, {}, false, false, {}},
+    {3, {{1, 2}}, false, false, {}},
+    {3, {{1, 2}, {3}}, true, false, {{1, 2, 3}}},
+    {3, {{1, 2}, {3, 4}}, false, true, {}},               // the second one is dropped
+    {3, {{1, 2}, {3, 4}, {5}}, true, true, {{1, 2, 5}}},  // and the third one fits
+    {2, {{1, 2}, {3}}, true, true, {{1, 2}}},
+    {2, {{1, 2}, {}}, true, false, {{1, 2}}},
+    {0, {}, false, false, {Data()}},
+    {0, {{}}, true, false, {Data()}},
+};
 
-TEST(Buffers, StopTheProcessWhenASizeCannotBe) {
+void expectCases(const std::string& name, auto bufferOf) {
   GTEST_FLAG_SET(death_test_style, "threadsafe");
-  const std::string failure = "Fatal error: Arithmetic overflow\n";
-  EXPECT_DEATH(RxVideoFrame(7, -1).mergeChunks(), failure);
-  EXPECT_DEATH(RxImageFrame(-1).mergeChunks(), failure);
-  EXPECT_DEATH(RxAudioFrame(7, -1).mergeChunks(), failure);
+  EXPECT_DEATH(bufferOf(-1).mergeChunks(), "Fatal error: Arithmetic overflow\n");
+  Output output;
+  std::vector<std::string> lines;
+  for (const auto& [size, chunks, isFull, isCorrupt, merged] : cases) {
+    SCOPED_TRACE(testing::PrintToString(size) + testing::PrintToString(chunks));
+    auto frame = bufferOf(size);
+    for (const Data& chunk : chunks) frame.appendChunk(chunk);
+    EXPECT_TRUE(frame.isFull == isFull && frame.isCorrupt == isCorrupt);
+    EXPECT_EQ(frame.getData(), std::nullopt);  // not merged yet
+    frame.mergeChunks();
+    EXPECT_EQ(frame.getData(), merged);
+    EXPECT_EQ(frame.getData(), merged);  // a copy
+    frame.mergeChunks();                 // the chunks are gone: zeros
+    EXPECT_EQ(frame.getData(), merged ? std::optional(Data(merged->size())) : std::nullopt);
+    if (isCorrupt) lines.push_back("Append chunk overflow - (" + name + ")");
+  }
+  logLine("end");
+  lines.emplace_back("end");
+  EXPECT_TRUE(output.awaitLine("end"));
+  EXPECT_EQ(output.lines(), lines);
 }
 
-TEST(AudioBuffer, GivesNoDataWithoutANumber) {
-  RxAudioFrame recording(0, 1);
-  recording.appendChunk({1});
-  recording.mergeChunks();
-  EXPECT_TRUE(recording.isFull);
-  EXPECT_EQ(recording.getData(), std::nullopt);
-  recording.recorded = -3;
-  EXPECT_EQ(recording.getData(), Data{1});
+TEST(Buffers, CollectAndMergeChunks) {
+  expectCases("RxVideoFrame", [](auto size) { return RxVideoFrame(7, size); });
+  expectCases("RxImageFrame", [](auto size) { return RxImageFrame(size); });
+  expectCases("RxAudioFrame", [](auto size) { return RxAudioFrame(7, size); });
 }
 
 // --- The operations that take a buffer's bytes out ---
-
-/// The keys that an operation announced as changed.
-std::vector<std::string> changesOf(NSOperation& operation) {
-  std::vector<std::string> changes;
-  operation.addObserver([&](const NSOperation&, std::string_view key, NSOperation::Change change) {
-    if (change == NSOperation::Change::did) changes.emplace_back(key);
-  });
-  operation.start();
-  return changes;
-}
-
-const std::vector<std::string> worked{"isExecuting", "isExecuting", "isFinished"};
 
 template <typename Frame>
 std::shared_ptr<Frame> filled(Frame frame, const Data& data) {
@@ -65,40 +61,34 @@ std::shared_ptr<Frame> filled(Frame frame, const Data& data) {
 }
 
 TEST(ReceiveOperations, GiveTheBytesWithTheirNumber) {
-  RxStreamVideoOperation video(filled(RxVideoFrame(7, 3), {1, 2, 3}));
-  EXPECT_EQ(changesOf(video), worked);
-  EXPECT_TRUE(video.data == Data({1, 2, 3}) && video.frameID == 7);
-  RxStreamAudioOperation audio(filled(RxAudioFrame(3, 1), {9}));
-  EXPECT_EQ(changesOf(audio), worked);
-  EXPECT_TRUE(audio.data == Data{9} && audio.recorded == 3);
-  RxStreamVideoOperation incomplete(filled(RxVideoFrame(7, 3), {1, 2}));
-  incomplete.start();
-  EXPECT_TRUE(!incomplete.data && incomplete.frameID == 7);
+  const Data whole{1, 2, 3}, incomplete{1, 2};
+  for (const auto& [data, isCancelled] :
+       {std::pair(whole, false), {whole, true}, {incomplete, false}}) {
+    const bool isWhole = data == whole && !isCancelled;
+    const auto expected = isWhole ? std::optional(data) : std::nullopt;
+    RxStreamVideoOperation video(filled(RxVideoFrame(7, 3), data));
+    EXPECT_TRUE(announcesStates(video, isCancelled));
+    EXPECT_TRUE(video.data == expected && video.frameID == (isCancelled ? 0 : 7));
+    RxStreamAudioOperation audio(filled(RxAudioFrame(-7, 3), data));
+    EXPECT_TRUE(announcesStates(audio, isCancelled));
+    EXPECT_TRUE(audio.data == expected && audio.recorded == (isCancelled ? 0 : -7));
+  }
 }
 
 TEST(ReceiveOperations, GiveAnImageWithItsBounds) {
   const CGRect bounds{{1, 2}, {3, 4}};
   const Data file = *NSImage::create({3, 4})->pngRepresentation();
-  const auto expect = [&](std::int64_t size, const Data& data, bool hasImage, bool hasBounds) {
+  const auto expect = [&](std::int64_t size, const Data& data, bool isCancelled, bool hasImage,
+                          bool hasBounds) {
     RxStreamImageOperation operation(filled(RxImageFrame(size, bounds), data));
-    EXPECT_EQ(changesOf(operation), worked);
+    EXPECT_TRUE(announcesStates(operation, isCancelled));
     EXPECT_EQ(operation.image != nullptr, hasImage);
     EXPECT_EQ(operation.bounds, hasBounds ? std::optional(bounds) : std::nullopt);
   };
-  expect(std::ssize(file), file, true, true);
-  expect(3, {1, 2, 3}, false, true);                 // complete, but no image
-  expect(std::ssize(file) + 1, file, false, false);  // incomplete
-}
-
-TEST(ReceiveOperations, DoNothingWhenCancelled) {
-  const auto frame = filled(RxVideoFrame(7, 1), {1});
-  RxStreamVideoOperation operation(frame);
-  operation.cancel();
-  EXPECT_EQ(changesOf(operation), std::vector<std::string>{"isFinished"});
-  EXPECT_TRUE(operation.isFinished());
-  EXPECT_EQ(operation.data, std::nullopt);
-  EXPECT_EQ(operation.frameID, 0);
-  EXPECT_EQ(frame->getData(), std::nullopt);  // not merged either
+  expect(std::ssize(file), file, false, true, true);
+  expect(std::ssize(file), file, true, false, false);
+  expect(3, {1, 2, 3}, false, false, true);                 // complete, but no image
+  expect(std::ssize(file) + 1, file, false, false, false);  // incomplete
 }
 
 }  // namespace

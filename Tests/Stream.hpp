@@ -33,25 +33,48 @@ inline std::string label(const std::optional<CGRect>& bounds) {
          shortestDecimal(size.width) + " " + shortestDecimal(size.height);
 }
 
-/// The delegate of any receiver: keeps what it is given.
+/// The delegate of any receiver: keeps what it is given, after a call of `onObject` for an object.
 class Arrivals final : public RxVideoUDPDelegate,
                        public RxImageUDPDelegate,
                        public RxAudioUDPDelegate {
  public:
   Mailbox<Object> objects;
+  std::function<void()> onObject = [] {};
 
  private:
   void videoStarted() override { objects.put({"started", {}}); }
   void videoStopped() override { objects.put({"stopped", {}}); }
   void videoFrameReceived(std::int64_t frameID, Data data) override {
+    onObject();
     objects.put({std::to_string(frameID), data});
   }
   void imageReceived(std::shared_ptr<NSImage> image, std::optional<CGRect> bounds) override {
+    onObject();
     objects.put({label(bounds), image->bitmap()->pixels});
   }
   void audioReceived(std::int64_t recorded, Data data) override {
+    onObject();
     objects.put({std::to_string(recorded), data});
   }
+};
+
+/// A receiver and its application.
+template <typename Receiver>
+struct Receiving {
+  const std::shared_ptr<Arrivals> application = std::make_shared<Arrivals>();
+  const std::pair<std::shared_ptr<Receiver>, std::uint16_t> endpoint = onFreePort(
+      [this](auto port) { return Receiver::create("receiver", port, 65500, application); });
+  const std::shared_ptr<Receiver> receiver = endpoint.first;
+};
+
+/// One that runs, and a peer that talks to it.
+template <typename Receiver>
+struct Running : Receiving<Receiver> {
+  Running() { this->receiver->beginOperation(); }
+  ~Running() { this->receiver->endOperation(); }
+
+  Peer peer{this->endpoint.second};
+  MainThread mainThread;
 };
 
 template <typename Receiver>
@@ -65,6 +88,30 @@ std::string announcement(std::int64_t number, std::size_t size) {
   const std::string n = std::to_string(number), bytes = std::to_string(size);
   if (isImage<Receiver>) return "Size|" + bytes + "|Rect|~" + n + "~0~1~1";
   return (isVideo<Receiver> ? "videoframe|" : "recorded|") + n + "|size|" + bytes;
+}
+
+/// A file that is an object of each kind, and what its delegate is told for it.
+inline const Data& smallFile() {
+  static const Data file = NSImage::create({1, 1})->pngRepresentation().value();
+  return file;
+}
+template <typename Receiver>
+Object smallObject(std::int64_t number) {
+  if (!isImage<Receiver>) return {std::to_string(number), smallFile()};
+  return {label(CGRect{{static_cast<CGFloat>(number), 0}, {1, 1}}), {0, 0, 0, 0}};
+}
+
+/// Whether an operation announces its states in order. Cancelled once it works, it goes on.
+inline bool announcesStates(NSOperation& operation, bool isCancelled) {
+  std::string states;
+  if (isCancelled) operation.cancel();
+  operation.addObserver([&](const NSOperation& now, auto, NSOperation::Change change) {
+    const char* const other = now.isExecuting() ? "executing " : "idle ";
+    if (change == NSOperation::Change::did) states += now.isFinished() ? "done" : other;
+    operation.cancel();
+  });
+  operation.start();
+  return states == (isCancelled ? "done" : "executing idle done");
 }
 
 /// Whether a datagram stops a receiver by design: a text without a field, a number that is none, a
