@@ -19,16 +19,17 @@ std::optional<Data> encoded(const std::shared_ptr<NSImage>& image, float compres
   return image->jpegRepresentation(compression);
 }
 
-std::string coordinate(CGFloat value) { return '~' + std::to_string(truncated(value)); }
-
 }  // namespace
 
 std::string TxStreamImageOperation::header(const ImagePacket& image, std::size_t size) {
   std::string announcement = "Size|" + std::to_string(size);
   if (image.fullScreen) return announcement;
+  announcement += "|Rect|";
   const auto& [origin, extent] = image.rect;
-  return announcement + "|Rect|" + coordinate(origin.x) + coordinate(origin.y) +
-         coordinate(extent.width) + coordinate(extent.height);
+  for (const CGFloat value : {origin.x, origin.y, extent.width, extent.height}) {
+    announcement += '~' + std::to_string(truncated(value));
+  }
+  return announcement;
 }
 
 void TxStreamImageOperation::main() {
