@@ -23,10 +23,11 @@ class RxVideoUDPDelegate {
 
   /// The peer said "start". Called on the receive thread, which reads nothing before the call
   /// returns; one call that was under way may still come after endOperation(). Not in order with
-  /// the frames, which take another road and may come at the same time.
+  /// the frames, which take another road and may come at the same time. On Linux, a thread that the
+  /// call starts inherits the nice value and the timer slack of the receive thread.
   virtual void videoStarted() = 0;
 
-  /// The peer said "stop". Called likewise.
+  /// The peer said "stop". Called on the receive thread, like videoStarted().
   virtual void videoStopped() = 0;
 
   /// A frame is complete; its bytes are the application's, and `frameID` is the number that the
@@ -108,7 +109,7 @@ class RxVideoUDP final : public UDPServerDelegate, public std::enable_shared_fro
   std::shared_ptr<RxVideoFrame> currentFrame_;
 
   const std::shared_ptr<RxVideoUDPDelegate> delegate_;  // fixed after construction
-  std::int64_t frameID_ = 0;  // used by whoever begins: set back to 0, and not read yet
+  std::atomic<std::int64_t> frameID_ = 0;  // reset by beginOperation(); nothing reads it yet
   std::atomic<bool> isActive_ = false;
 };
 
