@@ -1,5 +1,6 @@
 #include "Tarnwick/RxAudioUDP.hpp"
 
+#include <new>
 #include <utility>
 
 #include "Tarnwick/Platform/DispatchQueue.hpp"
@@ -65,8 +66,14 @@ std::optional<Data> RxAudioUDP::processMessageForResponse() {
   if (!server_) return std::nullopt;
   std::optional<Data> datagram = server_->recieve();
   if (!datagram) return std::nullopt;
-  RxMessage message = classify(std::move(*datagram));
-  return handleMessage(std::move(message.payload), std::move(message.params), message.response);
+  try {
+    RxMessage message = classify(std::move(*datagram));
+    return handleMessage(std::move(message.payload), std::move(message.params), message.response);
+  } catch (const std::bad_alloc&) {
+    // The datagram is lost. What follows it must not complete the recording in progress.
+    currentFrame_.reset();
+    return std::nullopt;
+  }
 }
 
 std::optional<Data> RxAudioUDP::handleMessage(std::optional<Data> data,
@@ -105,12 +112,18 @@ void RxAudioUDP::announceRecording(const std::vector<std::string>& params) {
 }
 
 void RxAudioUDP::deliver(std::shared_ptr<RxAudioFrame> frame) {
-  auto operation = std::make_shared<RxStreamAudioOperation>(std::move(frame));
-  operation->setCompletionBlock([receiver = shared_from_this(), operation] {
-    if (!operation->data || !receiver->delegate_) return;
-    receiver->delegate_->audioReceived(operation->recorded, std::move(*operation->data));
-  });
-  operationQueue_.addOperation(operation);
+  std::shared_ptr<RxStreamAudioOperation> operation;
+  try {
+    operation = std::make_shared<RxStreamAudioOperation>(std::move(frame));
+    operation->setCompletionBlock([receiver = shared_from_this(), operation] {
+      if (!operation->data || !receiver->delegate_) return;
+      receiver->delegate_->audioReceived(operation->recorded, std::move(*operation->data));
+    });
+    operationQueue_.addOperation(operation);
+  } catch (const std::bad_alloc&) {
+    // The recording is dropped. The block and the operation would keep each other alive.
+    if (operation) operation->setCompletionBlock(nullptr);
+  }
 }
 
 }  // namespace tarnwick

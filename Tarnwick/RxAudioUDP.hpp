@@ -76,7 +76,8 @@ class RxAudioUDP final : public UDPServerDelegate, public std::enable_shared_fro
   /// What a datagram is in an audio stream. A text without any field is a fatal error.
   [[nodiscard]] static RxMessage classify(Data datagram);
 
-  /// Handles the endpoint's next datagram; never replies. Called on the receive thread.
+  /// Handles the endpoint's next datagram; never replies. Called on the receive thread. When memory
+  /// runs out, the datagram and the recording in progress are dropped.
   [[nodiscard]] std::optional<Data> processMessageForResponse() override;
 
   /// Acts on a classified message; never replies. Called on the receive thread. A recording

@@ -1,5 +1,6 @@
 #include "Tarnwick/RxImageUDP.hpp"
 
+#include <new>
 #include <utility>
 
 #include "Tarnwick/CGRectExtension.hpp"
@@ -94,8 +95,14 @@ std::optional<Data> RxImageUDP::processMessageForResponse() {
   if (!server_) return std::nullopt;
   std::optional<Data> datagram = server_->recieve();
   if (!datagram) return std::nullopt;
-  RxMessage message = classify(std::move(*datagram));
-  return handleMessage(std::move(message.payload), std::move(message.params), message.response);
+  try {
+    RxMessage message = classify(std::move(*datagram));
+    return handleMessage(std::move(message.payload), std::move(message.params), message.response);
+  } catch (const std::bad_alloc&) {
+    // The datagram is lost. What follows it must not complete the image in progress.
+    currentFrame_.reset();
+    return std::nullopt;
+  }
 }
 
 std::optional<Data> RxImageUDP::handleMessage(std::optional<Data> data,
@@ -156,12 +163,18 @@ void RxImageUDP::announceImage(const std::vector<std::string>& params) {
 }
 
 void RxImageUDP::deliver(std::shared_ptr<RxImageFrame> frame) {
-  auto operation = std::make_shared<RxStreamImageOperation>(std::move(frame));
-  operation->setCompletionBlock([receiver = shared_from_this(), operation] {
-    if (!operation->image || !receiver->delegate_) return;
-    receiver->delegate_->imageReceived(std::move(operation->image), operation->bounds);
-  });
-  operationQueue_.addOperation(operation);
+  std::shared_ptr<RxStreamImageOperation> operation;
+  try {
+    operation = std::make_shared<RxStreamImageOperation>(std::move(frame));
+    operation->setCompletionBlock([receiver = shared_from_this(), operation] {
+      if (!operation->image || !receiver->delegate_) return;
+      receiver->delegate_->imageReceived(std::move(operation->image), operation->bounds);
+    });
+    operationQueue_.addOperation(operation);
+  } catch (const std::bad_alloc&) {
+    // The image is dropped. The block and the operation would keep each other alive.
+    if (operation) operation->setCompletionBlock(nullptr);
+  }
 }
 
 }  // namespace tarnwick

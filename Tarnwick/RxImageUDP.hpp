@@ -86,7 +86,8 @@ class RxImageUDP final : public UDPServerDelegate, public std::enable_shared_fro
   /// What a datagram is in an image stream. A text without any field is a fatal error.
   [[nodiscard]] static RxMessage classify(Data datagram);
 
-  /// Handles the endpoint's next datagram and returns the reply. Called on the receive thread.
+  /// Handles the endpoint's next datagram and returns the reply. Called on the receive thread. When
+  /// memory runs out, the datagram and the image in progress are dropped.
   [[nodiscard]] std::optional<Data> processMessageForResponse() override;
 
   /// Acts on a classified message and returns the reply. Called on the receive thread. An

@@ -1,5 +1,7 @@
 #include "Tarnwick/RxStreamAudioOperation.hpp"
 
+#include "Tarnwick/Platform/Memory.hpp"
+
 namespace tarnwick {
 
 void RxStreamAudioOperation::main() {
@@ -8,8 +10,10 @@ void RxStreamAudioOperation::main() {
     return;
   }
   executing(true);
-  frame_->mergeChunks();
-  data = frame_->getData();
+  ifMemoryAllows([this] {
+    frame_->mergeChunks();
+    data = frame_->getData();
+  });
   recorded = frame_->recorded;
   executing(false);
   finish(true);

@@ -1,5 +1,7 @@
 #include "Tarnwick/RxStreamImageOperation.hpp"
 
+#include "Tarnwick/Platform/Memory.hpp"
+
 namespace tarnwick {
 
 void RxStreamImageOperation::main() {
@@ -8,11 +10,13 @@ void RxStreamImageOperation::main() {
     return;
   }
   executing(true);
-  frame_->mergeChunks();
-  if (const std::optional<Data> data = frame_->getData()) {
-    image = NSImage::fromData(*data);
-    bounds = frame_->bounds;
-  }
+  ifMemoryAllows([this] {
+    frame_->mergeChunks();
+    if (const std::optional<Data> data = frame_->getData()) {
+      image = NSImage::fromData(*data);
+      bounds = frame_->bounds;
+    }
+  });
   executing(false);
   finish(true);
 }

@@ -1,5 +1,7 @@
 #include "Tarnwick/RxStreamVideoOperation.hpp"
 
+#include "Tarnwick/Platform/Memory.hpp"
+
 namespace tarnwick {
 
 void RxStreamVideoOperation::main() {
@@ -8,8 +10,10 @@ void RxStreamVideoOperation::main() {
     return;
   }
   executing(true);
-  frame_->mergeChunks();
-  data = frame_->getData();
+  ifMemoryAllows([this] {
+    frame_->mergeChunks();
+    data = frame_->getData();
+  });
   frameID = frame_->getFrame();
   executing(false);
   finish(true);

@@ -12,8 +12,8 @@
 namespace [[gnu::visibility("default")]] tarnwick {
 
 /// Turns a complete buffer into the bytes of a video frame with its number. The result is there
-/// when the operation is finished, and belongs to the completion block; a cancelled operation has
-/// none.
+/// when the operation is finished, and belongs to the completion block. A cancelled operation has
+/// no result, and neither has one that runs out of memory.
 class RxStreamVideoOperation final : public BaseStreamOperation {
  public:
   /// Takes over the buffer, which must not be null and which nobody else may use from now on.

@@ -1,5 +1,6 @@
 #include "Tarnwick/RxVideoUDP.hpp"
 
+#include <new>
 #include <utility>
 
 #include "Tarnwick/Platform/DispatchQueue.hpp"
@@ -67,8 +68,14 @@ std::optional<Data> RxVideoUDP::processMessageForResponse() {
   if (!server_) return std::nullopt;
   std::optional<Data> datagram = server_->recieve();
   if (!datagram) return std::nullopt;
-  RxMessage message = classify(std::move(*datagram));
-  return handleMessage(std::move(message.payload), std::move(message.params), message.response);
+  try {
+    RxMessage message = classify(std::move(*datagram));
+    return handleMessage(std::move(message.payload), std::move(message.params), message.response);
+  } catch (const std::bad_alloc&) {
+    // The datagram is lost. What follows it must not complete the frame in progress.
+    currentFrame_.reset();
+    return std::nullopt;
+  }
 }
 
 std::optional<Data> RxVideoUDP::handleMessage(std::optional<Data> data,
@@ -112,12 +119,18 @@ void RxVideoUDP::announceFrame(const std::vector<std::string>& params) {
 }
 
 void RxVideoUDP::deliver(std::shared_ptr<RxVideoFrame> frame) {
-  auto operation = std::make_shared<RxStreamVideoOperation>(std::move(frame));
-  operation->setCompletionBlock([receiver = shared_from_this(), operation] {
-    if (!operation->data || !receiver->delegate_) return;
-    receiver->delegate_->videoFrameReceived(operation->frameID, std::move(*operation->data));
-  });
-  operationQueue_.addOperation(operation);
+  std::shared_ptr<RxStreamVideoOperation> operation;
+  try {
+    operation = std::make_shared<RxStreamVideoOperation>(std::move(frame));
+    operation->setCompletionBlock([receiver = shared_from_this(), operation] {
+      if (!operation->data || !receiver->delegate_) return;
+      receiver->delegate_->videoFrameReceived(operation->frameID, std::move(*operation->data));
+    });
+    operationQueue_.addOperation(operation);
+  } catch (const std::bad_alloc&) {
+    // The frame is dropped. The block and the operation would keep each other alive.
+    if (operation) operation->setCompletionBlock(nullptr);
+  }
 }
 
 }  // namespace tarnwick

@@ -87,7 +87,8 @@ class RxVideoUDP final : public UDPServerDelegate, public std::enable_shared_fro
   /// fatal error.
   [[nodiscard]] static RxMessage classify(Data datagram);
 
-  /// Handles the endpoint's next datagram and returns the reply. Called on the receive thread.
+  /// Handles the endpoint's next datagram and returns the reply. Called on the receive thread. When
+  /// memory runs out, the datagram and the frame in progress are dropped.
   [[nodiscard]] std::optional<Data> processMessageForResponse() override;
 
   /// Acts on a classified message and returns the reply. Called on the receive thread. A frame

@@ -5,6 +5,7 @@
 
 #include "Tarnwick/ImagePacket.hpp"
 #include "Tarnwick/Platform/Log.hpp"
+#include "Tarnwick/Platform/Memory.hpp"
 #include "Tarnwick/Platform/NSThread.hpp"
 #include "Tarnwick/Platform/Text.hpp"
 #include "Tarnwick/TxStreamImageOperation.hpp"
@@ -50,7 +51,9 @@ void TxImageUDP::send(std::shared_ptr<NSImage> image, const CGRect& rect, std::u
   if (!client_) return;
   auto operation = std::make_shared<TxStreamImageOperation>(
       ImagePacket(frame, rect, std::move(image), fullScreen), client_, compression);
-  operation->setCompletionBlock([frame] { logLine("frame " + std::to_string(frame) + " sent"); });
+  operation->setCompletionBlock([frame] {
+    ifMemoryAllows([frame] { logLine("frame " + std::to_string(frame) + " sent"); });
+  });
   operationQueue_.addOperation(std::move(operation));
 }
 

@@ -66,8 +66,8 @@ class TxImageUDP final : public UDPClientDelegate {
   /// or one without a bitmap stops the process, on the sender's thread, as does a rectangle to be
   /// sent that does not fit integers. One with a side over 65,500 pixels is not sent, and one of
   /// more than 128,000,000 pixels no receiver takes, of which nobody is told; after endOperation()
-  /// none leaves. Throws std::system_error when that thread cannot be started; the image then waits
-  /// for the next call.
+  /// none leaves. Throws std::bad_alloc, with nothing queued, when memory runs out; when it runs
+  /// out later, the image is dropped.
   void send(std::shared_ptr<NSImage> image, const CGRect& rect, std::uint64_t frame,
             bool fullScreen, float compression);
 

@@ -5,6 +5,7 @@
 #include "Tarnwick/Platform/Arithmetic.hpp"
 #include "Tarnwick/Platform/FatalError.hpp"
 #include "Tarnwick/Platform/Log.hpp"
+#include "Tarnwick/Platform/Memory.hpp"
 #include "Tarnwick/Platform/Text.hpp"
 
 namespace tarnwick {
@@ -38,13 +39,15 @@ void TxStreamImageOperation::main() {
     return;
   }
   executing(true);
-  std::optional<Data> file = encoded(packet.image, compression);
-  if (file) {
+  ifMemoryAllows([this] {
+    std::optional<Data> file = encoded(packet.image, compression);
+    if (!file) return;
     client->send(header(packet, file->size()));
     const float kilobytes = static_cast<float>(file->size()) / 1024;
-    logLine("sending " + shortestDecimal(kilobytes) + "k image");
+    // The header was sent, and its bytes must follow, whether or not the line can be logged.
+    ifMemoryAllows([&] { logLine("sending " + shortestDecimal(kilobytes) + "k image"); });
     client->send(std::move(*file));
-  }
+  });
   executing(false);
   finish(true);
 }

@@ -1,0 +1,124 @@
+#include <gtest/gtest.h>
+
+#include <new>
+
+#include "Tests/Stream.hpp"
+
+// Each allocation on the way of an object fails once: the process lives, and the next object
+// arrives whole.
+
+namespace tarnwick::test {
+namespace {
+
+std::atomic<std::int64_t> countdown = 0;  // to the allocation that fails
+std::atomic<bool> hasFailed = false;
+std::deque<Data> waiting;  // what a receiver's endpoint holds, as if it had come
+
+/// Whether the n-th allocation of `act`, or of what it starts until `isOver`, came and failed.
+bool fails(std::int64_t n, auto act, auto isOver) {
+  hasFailed = false;
+  countdown = n;
+  act();
+  EXPECT_TRUE(eventually(isOver));
+  countdown = 0;
+  return hasFailed && !testing::Test::HasFailure();
+}
+
+}  // namespace
+
+// In place of UDPServer::recieve() and UDPServer::clearRxQueue().
+std::optional<Data> recieve(UDPServer*) asm("__wrap__ZN8tarnwick9UDPServer7recieveEv");
+std::optional<Data> recieve(UDPServer*) {
+  std::optional<Data> datagram(std::move(waiting.front()));
+  waiting.pop_front();
+  return datagram;
+}
+void clearRxQueue(UDPServer*) asm("__wrap__ZN8tarnwick9UDPServer12clearRxQueueEv");
+void clearRxQueue(UDPServer*) { waiting.clear(); }
+
+namespace {
+
+template <typename Receiver>
+struct Memory : testing::Test, Receiving<Receiver> {
+  static void say(std::int64_t number) {
+    const auto begin = smallFile().begin(), end = smallFile().end(),
+               middle = begin + (end - begin) / 2;
+    waiting.push_back(bytes(announcement<Receiver>(number, smallFile().size())));
+    waiting.insert(waiting.end(), {{begin, middle}, {middle, end}});
+  }
+  void hear() {
+    while (!waiting.empty()) std::ignore = this->receiver->processMessageForResponse();
+    DispatchQueue::main().drain();
+  }
+};
+using Kinds = testing::Types<RxVideoUDP, RxImageUDP, RxAudioUDP>;
+TYPED_TEST_SUITE(Memory, Kinds);
+
+TYPED_TEST(Memory, RunsOutForAReceiver) {
+  this->application->onObject = [] { countdown = 0; };
+  const auto isOver = [this, owners = this->receiver.use_count()] {
+    return this->receiver.use_count() == owners;  // what was dropped is gone
+  };
+  std::int64_t n = 0;
+  do {
+    this->say(3);
+    this->hear();
+    auto arrived = this->application->objects.await();
+    if (arrived == smallObject<TypeParam>(2)) arrived = this->application->objects.await();
+    EXPECT_EQ(arrived, smallObject<TypeParam>(3)) << n;
+    this->say(1);
+    waiting.pop_back();  // in progress: the bytes of the next object must not complete it
+    this->hear();
+    this->say(2);
+  } while (fails(
+      ++n, [this] { this->hear(); }, isOver));
+}
+
+using ImageMemory = Memory<RxImageUDP>;
+TEST_F(ImageMemory, IsFreedByTheEnd) {
+  waiting.push_back(bytes("End"));
+  say(1);
+  hear();
+  EXPECT_TRUE(waiting.empty() && application->objects.isEmpty());
+}
+
+TEST(SenderMemory, RunsOut) {
+  Peer peer;
+  const auto sender = TxImageUDP::create("sender", "127.0.0.1", peer.port(), 65500);
+  sender->beginOperation();
+  EXPECT_EQ(peer.hearText(), "starting");
+  std::int64_t n = 0;
+  int lonelyHeaders = 0;  // at most one: when the client's queue itself lacks memory for the bytes
+  std::shared_ptr<NSImage> image;
+  const auto send = [&](CGFloat number) {
+    try {
+      sender->send(image, {{number, 0}, {1, 1}}, 0, false, 0.5F);
+    } catch (const std::bad_alloc&) {
+    }
+  };
+  do {
+    image = NSImage::create({1, 1});
+    send(2);
+    const Data file = image->jpegRepresentation(0.5F).value();
+    int before = 0;
+    while (peer.hear() != bytes(announcement<RxImageUDP>(2, file.size()))) ++before;
+    EXPECT_TRUE(peer.hear() == file && (lonelyHeaders += before % 2) <= 1) << n;
+    image = NSImage::create({1, 1});  // not encoded yet
+  } while (fails(
+      ++n, [&] { send(1); }, [&] { return image.use_count() == 1; }));
+  sender->endOperation();
+}
+
+}  // namespace
+}  // namespace tarnwick::test
+
+// Inlined, g++ would take them for a mismatch of malloc() and delete.
+[[gnu::noinline]] void* operator new(std::size_t size) {
+  using namespace tarnwick::test;
+  const bool fails = countdown > 0 && countdown.fetch_sub(1) == 1;
+  if (fails) hasFailed = true;
+  void* const memory = fails ? nullptr : std::malloc(size);
+  return memory == nullptr ? throw std::bad_alloc() : memory;
+}
+[[gnu::noinline]] void operator delete(void* memory) noexcept { std::free(memory); }
+[[gnu::noinline]] void operator delete(void* memory, std::size_t) noexcept { std::free(memory); }
