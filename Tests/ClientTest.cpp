@@ -74,6 +74,7 @@ TEST(Client, RetriesWhatCannotBeSent) {
 }
 
 TEST(Client, GivesAReplyToDelegateAndWaitingCaller) {
+  Output output;
   Sending sending;
   sending.client->beginOperation();
   std::thread answering([&] {
@@ -100,6 +101,8 @@ TEST(Client, GivesAReplyToDelegateAndWaitingCaller) {
   EXPECT_EQ(sending.listener->responses.await(), bytes("late"));
   sending.client->send("once more", keep);
   EXPECT_EQ(answer, std::nullopt);
+  sending.client->endOperation();
+  EXPECT_TRUE(output.awaitLine("End Operation for client"));  // the log's thread slept
 }
 
 TEST(Client, BeginsWithAnyLimitAndNoDelegate) {

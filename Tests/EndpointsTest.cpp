@@ -30,12 +30,12 @@ int __wrap_pthread_mutex_init(pthread_mutex_t* mutex, const pthread_mutexattr_t*
 #endif
 
 std::atomic<std::size_t> refusedSize = SIZE_MAX;  // allocations of it and above fail
-void* operator new(std::size_t size) {
+[[gnu::noinline]] void* operator new(std::size_t size) {
   if (size >= refusedSize) throw std::bad_alloc();
   return std::malloc(size);
 }
-void operator delete(void* memory) noexcept { std::free(memory); }
-void operator delete(void* memory, std::size_t) noexcept { std::free(memory); }
+[[gnu::noinline]] void operator delete(void* memory) noexcept { std::free(memory); }
+void operator delete(void* memory, std::size_t) noexcept { operator delete(memory); }
 
 namespace tarnwick::test {
 namespace {

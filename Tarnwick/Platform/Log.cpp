@@ -144,7 +144,6 @@ class Log {
 
   bool waitUntilWritten(std::chrono::milliseconds patience) TARNWICK_REQUIRES(lock_) {
     const std::uint64_t goal = added_;
-    lineAdded_.notify_one();
     while (written_ < goal) {
       const std::uint64_t before = written_;
       const auto deadline = std::chrono::steady_clock::now() + patience;
