@@ -48,15 +48,31 @@ printf '0123456789videoframe|1|x|y' | picture $comment >sent-5.jpg
   >pictures.mjpeg
 cat sent-[456].jpg >messages.mjpeg
 
+mkdir frames recordings full
 start "$receiver" video frames --port PORT
 check "$sender" video 127.0.0.1 pictures.mjpeg --port "$port" --fps 100 &>said
 check grep -q 'skipped incomplete pictures: 1' said
 check grep -q 'sent frames: 3' said
-check "$sender" video 127.0.0.1 messages.mjpeg --port "$port" --chunk 16 &>said
+check "$sender" video 127.0.0.1 - --port "$port" --chunk 16 <messages.mjpeg &>said
 check waitFor test -e frames/frame-000006.jpg
 for i in {1..6}; do check cmp "sent-$i.jpg" "frames/frame-00000$i.jpg"; done
 check complains 1 "$receiver" video frames --port "$port"
 check complains 1 "$receiver" audio frames --port "$port"
+
+# An input that stalls, and the end by a signal.
+mkfifo stalled
+exec {stalled}<>stalled
+cat sent-1.jpg >&"$stalled"
+"$sender" video 127.0.0.1 stalled --port "$port" &>said &
+stalling=$!
+processes+=("$stalling")
+check waitFor test -e frames/frame-000007.jpg
+check cmp sent-1.jpg frames/frame-000007.jpg
+kill -TERM "$stalling"
+check wait "$stalling"
+check grep -q 'sent frames: 1' said
+head -c 12 /dev/zero >&"$stalled"
+check complains 1 "$sender" audio 127.0.0.1 stalled
 
 # Numbers that do not come, and the end by a signal.
 exec {peer}>"/dev/udp/127.0.0.1/$port"
@@ -69,7 +85,8 @@ kill -TERM "$process"
 check endsWith 0
 check isSaid 'the stream starts'
 check isSaid 'the stream stops'
-check isSaid 'saved frames: 8, missing: 3'
+check isSaid 'saved frames: 9, missing: 3'
+check test "$(ls -A frames | wc -l)" = 9
 
 # No more than the system holds for a receiver that is kept waiting.
 head -c 100000 /dev/urandom | wav >sent-1.wav
@@ -77,6 +94,9 @@ head -c 100000 /dev/urandom | wav >sent-1.wav
 # In pieces of 44 bytes the second one begins where the header ends.
 printf 'recorded|7|x|%s' "$(repeated 31 y)" | wav >sent-3.wav
 printf 'wave|1|a|2|b|%s' "$(repeated 31 3)" | wav >sent-4.wav
+# Names that are taken, by a file or by a link to nowhere.
+echo kept >recordings/recording-0001.wav
+ln -s ../elsewhere recordings/recording-0002.wav
 start "$receiver" audio recordings --port PORT --count 4
 check "$sender" audio 127.0.0.1 sent-1.wav --port "$port" &>said
 check "$sender" audio 127.0.0.1 sent-2.wav --port "$port" &>said
@@ -84,7 +104,16 @@ check "$sender" audio 127.0.0.1 sent-3.wav --port "$port" --chunk 44 &>said
 check "$sender" audio 127.0.0.1 sent-4.wav --port "$port" --chunk 44 --number 9 &>said
 check endsWith 0
 check isSaid 'recording 9'
-for i in {1..4}; do check cmp "sent-$i.wav" "recordings/recording-000$i.wav"; done
+for i in {1..4}; do check cmp "sent-$i.wav" "recordings/recording-000$((i + 2)).wav"; done
+check grep -qx kept recordings/recording-0001.wav
+check test ! -e elsewhere
+
+# A disk that is full leaves nothing.
+start bash -c 'trap "" XFSZ; ulimit -f 8; exec "$@"' limited "$receiver" audio full --port PORT
+check "$sender" audio 127.0.0.1 sent-1.wav --port "$port" &>said
+check endsWith 1
+check isSaid 'cannot write to full'
+check test -z "$(ls -A full)"
 
 check complains 1 "$sender" pin 127.0.0.1 5183 --port "$port" # nobody is there
 start "$demo" --receive PORT --output "$work"
@@ -102,7 +131,12 @@ done
 head -c 140000 /dev/zero | tr '\0' '|' | wav >separators.wav
 check complains 1 "$sender" audio 127.0.0.1 separators.wav --port "$port"
 check complains 1 "$sender" audio host.example sent-1.wav
-check complains 1 "$receiver" audio empty/directory
+check complains 1 "$receiver" audio absent
+check grep -q mkdir complaint
+wav </dev/null >long.wav && truncate -s 513M long.wav
+check complains 1 "$sender" audio 127.0.0.1 long.wav
+check grep -q 'longer than' complaint
+rm long.wav
 check complains 2 "$sender" video 127.0.0.1 pictures.mjpeg --fps 0
 check complains 2 "$sender" pin 127.0.0.1 '51|83'
 check complains 2 "$sender"

@@ -5,10 +5,9 @@
 #include <cstdint>
 #include <cstdlib>
 #include <filesystem>
-#include <fstream>
 #include <iomanip>
 #include <iostream>
-#include <iterator>
+#include <istream>
 #include <limits>
 #include <optional>
 #include <sstream>
@@ -20,6 +19,7 @@
 #include "Media/MotionJPEG.hpp"
 #include "Media/PacedClient.hpp"
 #include "Program/Arguments.hpp"
+#include "Program/Input.hpp"
 #include "Program/Program.hpp"
 
 namespace {
@@ -42,21 +42,13 @@ struct Options {
 
 void say(const std::string& text) { std::cerr << "mediasend: " << text << "\n"; }
 
-std::ifstream opened(const std::string& path) {
-  std::ifstream file(path, std::ios::binary);
-  std::error_code error;
-  if (!file || std::filesystem::is_directory(path, error)) {
-    throw Trouble("cannot read " + path + ": give a file that exists and that you may read");
-  }
-  return file;
-}
-
 void expect(const std::optional<std::string>& answer, const std::string& wanted) {
   if (answer != wanted) say("warning: the receiver does not answer \"" + wanted + "\"");
 }
 
 int sendVideo(const Options& options) {
-  std::ifstream file = opened(options.file);
+  program::Input input(options.file);
+  std::istream file(&input);
   media::MotionJPEG video(file);
   std::optional<tarnwick::Data> frame = video.nextFrame();
   if (!frame) {
@@ -90,16 +82,34 @@ int sendVideo(const Options& options) {
   return EXIT_SUCCESS;
 }
 
-std::string loadedRecording(const std::string& path) {
+void requireSendable(const std::string& path, std::uintmax_t length) {
   constexpr std::uintmax_t most = 512 << 20;  // bytes
-  std::ifstream file = opened(path);
-  if (std::filesystem::is_regular_file(path) && std::filesystem::file_size(path) > most) {
-    throw Trouble(path + " is longer than 512 MB: send it in parts");
+  if (length > most) throw Trouble(path + " is longer than 512 MB: send it in parts");
+}
+
+std::string loadedRecording(const std::string& path) {
+  program::Input input(path);
+  std::error_code isPipe;
+  if (const auto length = std::filesystem::file_size(path, isPipe); !isPipe) {
+    requireSendable(path, length);
   }
-  std::string recording(std::istreambuf_iterator<char>(file), {});
-  const std::string_view header = recording;
-  if (!header.starts_with("RIFF") || header.find("WAVE") != 8) {
+  std::string recording;
+  const auto isTaken = [&](std::size_t count) {
+    const std::size_t length = recording.size();
+    recording.resize(length + count);
+    const auto taken = input.sgetn(&recording[length], static_cast<std::streamsize>(count));
+    recording.resize(length + static_cast<std::size_t>(taken));
+    return recording.size() == length + count;
+  };
+  // Looked at before the rest is read, of which there may be no end.
+  constexpr std::size_t header = 12, step = std::size_t{1} << 20;  // bytes
+  bool isLonger = isTaken(header);
+  if (!recording.starts_with("RIFF") || recording.find("WAVE") != 8) {
     throw Trouble(path + " is no WAV file: give one that begins with RIFF and WAVE");
+  }
+  while (isLonger) {
+    isLonger = isTaken(step);
+    requireSendable(path, recording.size());
   }
   return recording;
 }
@@ -152,12 +162,12 @@ void describe(CLI::App& arguments, Options& options) {
   };
   CLI::App* video =
       add("video", "Sends a motion-JPEG file as a video stream", options.videoPort, sendVideo);
-  addFile(video, "JPEG pictures, one after another");
+  addFile(video, "JPEG pictures, one after another; - reads standard input");
   video->add_option("--fps", options.fps, "Frames a second")
       ->check(program::between(1.0, 1000.0))
       ->capture_default_str();
   CLI::App* audio = add("audio", "Sends a WAV file as a recording", options.audioPort, sendAudio);
-  addFile(audio, "The recording");
+  addFile(audio, "The recording; - reads standard input");
   audio->add_option("--number", options.number, "The recording's number")
       ->check(CLI::Range(std::int64_t{1}, std::numeric_limits<std::int64_t>::max()))
       ->capture_default_str();

@@ -19,10 +19,10 @@ struct Naming {
 };
 
 /// Saves what was received as numbered files of a directory. It replaces no file: a number that is
-/// taken is passed over. Any thread may call any member.
+/// taken is passed over. A file appears when it is complete. Any thread may call any member.
 class Recorder {
  public:
-  /// Makes the directory, for at most `most` files. Throws Trouble when it is not writable.
+  /// Saves at most `most` files. Throws Trouble when the directory is missing or not writable.
   Recorder(std::filesystem::path directory, Naming naming, std::int64_t most);
 
   /// Returns the file's name; it is empty when no more is wanted, or the file cannot be written.

@@ -15,12 +15,15 @@
 #include <utility>
 
 #include "Program/Arguments.hpp"
+#include "Program/NewFile.hpp"
 #include "Program/Program.hpp"
 #include "Screenview/Picture.hpp"
 #include "Screenview/Window.hpp"
 
 namespace screenview {
 namespace {
+
+namespace fs = std::filesystem;
 
 constexpr double longestWait = 86400;  // seconds
 
@@ -63,22 +66,38 @@ int showWindow(const Options& options) {
   throw program::Trouble(file + " cannot be written: " + std::generic_category().message(error));
 }
 
-/// Says early what would go wrong late. Changes nothing: a file that is there stays as it is until
-/// there is a picture.
-void checkWritable(const std::string& file) {
-  namespace fs = std::filesystem;
-  std::error_code ignored;
-  if (fs::is_directory(file, ignored)) throwFileTrouble(file, EISDIR);
-  const fs::path directory = fs::absolute(file, ignored).parent_path();
-  const std::string asked = fs::exists(file, ignored) ? file : directory.string();
-  if (access(asked.c_str(), W_OK) != 0) throwFileTrouble(file, errno);
+/// Where a picture goes: `file`, or what it links to.
+fs::path targetOf(const std::string& file) {
+  std::error_code isMissing;
+  const fs::path target = fs::canonical(file, isMissing);
+  return isMissing ? fs::absolute(file) : target;
 }
 
-void write(const tarnwick::Data& bytes, const std::string& file) {
-  std::ofstream stream(file, std::ios::binary);
-  const auto characters = tarnwick::characters(bytes);
-  stream.write(characters.data(), static_cast<std::streamsize>(characters.size())).flush();
-  if (!stream) throwFileTrouble(file, errno);
+/// Says early what would go wrong late. Changes nothing: a file that is there stays as it is until
+/// there is a picture.
+void checkWritable(const std::string& file) try {
+  const fs::path target = targetOf(file);
+  if (fs::is_directory(target)) throwFileTrouble(file, EISDIR);
+  const bool isThere = fs::exists(target);
+  if (isThere && access(target.c_str(), W_OK) != 0) throwFileTrouble(file, errno);
+  if (isThere && !fs::is_regular_file(target)) return;  // a pipe, say, which is not replaced
+  const program::NewFile probe(target.parent_path());
+} catch (const std::system_error& error) {
+  throwFileTrouble(file, error.code().value());
+}
+
+void write(const tarnwick::Data& bytes, const std::string& file) try {
+  const fs::path target = targetOf(file);
+  if (fs::exists(target) && !fs::is_regular_file(target)) {
+    std::ofstream stream(target, std::ios::binary);
+    if (!(stream << tarnwick::characters(bytes) << std::flush)) throwFileTrouble(file, errno);
+    return;
+  }
+  program::NewFile picture(target.parent_path());
+  picture.write(bytes);
+  picture.moveOver(target);
+} catch (const std::system_error& error) {
+  throwFileTrouble(file, error.code().value());
 }
 
 int savePicture(const Options& options) {
