@@ -29,10 +29,17 @@ install(
 if(NOT BUILD_SHARED_LIBS)
   set(pkgConfigRequires "Requires: libjpeg libpng zimg")
 endif()
-set(pkgConfig "${CMAKE_INSTALL_FULL_LIBDIR}/pkgconfig")
-file(RELATIVE_PATH pkgConfigPrefix "${pkgConfig}" "${CMAKE_INSTALL_PREFIX}")
-file(RELATIVE_PATH pkgConfigLibraries "${pkgConfig}" "${CMAKE_INSTALL_FULL_LIBDIR}")
-file(RELATIVE_PATH pkgConfigHeaders "${pkgConfig}" "${CMAKE_INSTALL_FULL_INCLUDEDIR}")
+# Relative to the file, so that the folder can be moved. The system's own folders are named as they
+# are: pkg-config leaves them out of the flags only then.
+set(pkgConfigPrefix "${CMAKE_INSTALL_PREFIX}")
+set(pkgConfigLibraries "${CMAKE_INSTALL_FULL_LIBDIR}")
+set(pkgConfigHeaders "${CMAKE_INSTALL_FULL_INCLUDEDIR}")
+if(NOT CMAKE_INSTALL_PREFIX STREQUAL "/usr")
+  foreach(folder pkgConfigPrefix pkgConfigLibraries pkgConfigHeaders)
+    file(RELATIVE_PATH relative "${CMAKE_INSTALL_FULL_LIBDIR}/pkgconfig" "${${folder}}")
+    set(${folder} "\${pcfiledir}/${relative}")
+  endforeach()
+endif()
 configure_file("${CMAKE_CURRENT_LIST_DIR}/tarnwick.pc.in" tarnwick.pc @ONLY)
 install(
   FILES "${PROJECT_BINARY_DIR}/tarnwick.pc"
