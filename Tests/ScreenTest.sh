@@ -11,7 +11,8 @@ alike=30 # decibels: JPEG at the default quality has 34 and more, a window out o
 # An X server on a display number that it finds itself: its name in $display.
 startServer() {
   Xvfb -displayfd 3 -screen 0 1024x640x24 -nolisten tcp -noreset 3>display &>xvfb.log &
-  processes+=("$!")
+  server=$!
+  processes+=("$server")
   waitFor test -s display || fail 'Xvfb does not start'
   display=":$(<display)"
   : >display
@@ -103,6 +104,13 @@ savesAlike() {
 }
 check waitFor savesAlike
 
+# A full disk keeps the picture that was there.
+cp saved.png before.png
+(trap '' XFSZ && ulimit -f 8 && complains 1 "$screenview" --port "$port" --save saved.png --after 0) ||
+  complain 'a full disk is not noticed'
+check cmp before.png saved.png
+check test -z "$(ls -A | grep '^\.new')"
+
 check complains 1 "$screenshare" 127.0.0.1 --display :9999
 check complains 1 env -u DISPLAY "$screenshare" 127.0.0.1
 check complains 1 "$screenshare" host.example --display "$desktop"
@@ -110,11 +118,26 @@ check complains 1 env DISPLAY=:9999 SDL_VIDEODRIVER=x11 ASAN_OPTIONS=detect_leak
 check complains 1 "$screenview" --port "$port" --save missing/directory.png
 check complains 2 "$screenshare" 127.0.0.1 --fps 0
 check complains 2 "$screenview" --port none
+startServer && wall=$display
 startViewer
 check complains 1 "$screenview" --port "$port" --save saved.png
+
+# A viewer's display that goes away while pictures arrive.
+show bash -c 'for ((i = 0;; i = !i)); do xsetroot -solid "#27546$i"; sleep 0.01; done'
+for _ in {1..3}; do
+  check waitFor eval '(($(grep -c "^New frame" viewer.log) > 50))'
+  kill "$server"
+  process=$viewer
+  check waitFor hasEnded
+  wait "$viewer"
+  check test "$?" -lt 128 # and by no signal
+  check eval '! grep -q Sanitizer viewer.log'
+  startServer && wall=$display
+  startViewer
+done
 check ends "$viewer"
 
-# A display that goes away.
+# A sharer's display that goes away.
 kill "${processes[0]}"
 wait "$sharer"
 check test "$?" -eq 1

@@ -1,5 +1,6 @@
 // Shows what another machine sends of its screen: screenview [--port 5000] [--fullscreen]
 // Or saves it: screenview --save FILE.png [--after SECONDS]
+#include <poll.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -43,19 +44,19 @@ std::shared_ptr<tarnwick::RxImageUDP> makeReceiver(std::uint16_t port,
 }
 
 int showWindow(const Options& options) {
-  // Events of the window end the wait at once. What the receiver has completed is looked for this
-  // often, and a change that comes of it is an event.
-  constexpr std::chrono::milliseconds patience(4);
+  // What the user does is looked for this often.
+  constexpr int patience = 4;  // milliseconds
 
   const auto picture = std::make_shared<Picture>();
   const auto receiver = makeReceiver(options.port, picture);
   Window window(picture, options.port, options.isFullScreen);
   receiver->beginOperation();
-  // This is how most applications with an event loop drain the main queue: once a pass. One whose
-  // loop can wait for a descriptor waits for the queue's fileDescriptor() instead, and needs no
-  // patience; program::drainMainQueueUntil() does.
-  while (window.handleEvents(patience)) {
-    tarnwick::DispatchQueue::main().drain();
+  // SDL waits for no descriptor, so its events are polled. A loop that waits for descriptors adds
+  // the queue's to them and needs no patience; program::drainMainQueueUntil() does.
+  tarnwick::DispatchQueue& queue = tarnwick::DispatchQueue::main();
+  pollfd blocks{.fd = queue.fileDescriptor(), .events = POLLIN, .revents = 0};
+  while (window.handleEvents()) {
+    if (poll(&blocks, 1, patience) > 0) queue.drain();
     window.show();
   }
   receiver->endOperation();

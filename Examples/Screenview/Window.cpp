@@ -52,7 +52,7 @@ SDLVideo::SDLVideo() {
 }
 
 Window::Window(std::shared_ptr<Picture> picture, std::uint16_t port, bool isFullScreen)
-    : picture_(std::move(picture)), port_(port), changeEvent_(SDL_RegisterEvents(1)) {
+    : picture_(std::move(picture)), port_(port) {
   SDL_SetHint(SDL_HINT_RENDER_SCALE_QUALITY, "linear");
   const SDL_Rect bounds = firstBounds(isFullScreen);
   const Uint32 mode = isFullScreen ? SDL_WINDOW_FULLSCREEN_DESKTOP : 0;
@@ -65,19 +65,15 @@ Window::Window(std::shared_ptr<Picture> picture, std::uint16_t port, bool isFull
   if (!renderer_) throwDisplayTrouble();
   SDL_ShowCursor(isFullScreen ? SDL_DISABLE : SDL_ENABLE);
   updateTitle();
-  picture_->onChange([type = changeEvent_] {
-    SDL_Event event{};
-    event.type = type;
-    SDL_PushEvent(&event);
-  });
+  // An empty block ends the wait for the main queue. SDL is left to the window's thread: when the
+  // display goes away, whoever calls SDL runs the process's exit handlers.
+  picture_->onChange([] { tarnwick::DispatchQueue::main().async([] {}); });
 }
 
 Window::~Window() { picture_->onChange(nullptr); }
 
-bool Window::handleEvents(std::chrono::milliseconds patience) {
-  SDL_Event event;
-  int hasEvent = SDL_WaitEventTimeout(&event, static_cast<int>(patience.count()));
-  for (; hasEvent != 0; hasEvent = SDL_PollEvent(&event)) {
+bool Window::handleEvents() {
+  for (SDL_Event event; SDL_PollEvent(&event) != 0;) {
     if (!handle(event)) return false;
   }
   return true;

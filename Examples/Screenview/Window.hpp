@@ -2,7 +2,6 @@
 
 #include <SDL.h>
 
-#include <chrono>
 #include <cstdint>
 #include <memory>
 #include <string>
@@ -28,7 +27,7 @@ struct Destroyer {
 };
 
 /// A window that shows a picture, scaled to the window with its proportions kept. Used by the main
-/// thread only.
+/// thread only. While it is open, each change of the picture puts a block on the main queue.
 class Window {
  public:
   /// Opens the window, dark until the first image comes; its title tells of `port`. Throws
@@ -38,9 +37,8 @@ class Window {
   Window(const Window&) = delete;
   Window& operator=(const Window&) = delete;
 
-  /// Waits so long for what the user does, or for a change of the picture, and acts on it. Returns
-  /// whether the window is to stay.
-  [[nodiscard]] bool handleEvents(std::chrono::milliseconds patience);
+  /// Acts on what the user did. Returns whether the window is to stay.
+  [[nodiscard]] bool handleEvents();
 
   /// Shows the picture as it stands, if that differs from what is shown.
   void show();
@@ -57,7 +55,6 @@ class Window {
   const std::shared_ptr<Picture> picture_;
   const std::uint16_t port_;
   const SDLVideo video_;
-  const Uint32 changeEvent_;  // says that there are changes to take
   std::unique_ptr<SDL_Window, Destroyer<SDL_DestroyWindow>> window_;
   std::unique_ptr<SDL_Renderer, Destroyer<SDL_DestroyRenderer>> renderer_;
   std::unique_ptr<SDL_Texture, Destroyer<SDL_DestroyTexture>> texture_;  // null: nothing to show
