@@ -1,9 +1,9 @@
 #!/usr/bin/env bash
 # Shares the desktop of one X server with a viewer on another over 127.0.0.1 and compares the two:
-# ScreenTest.sh SCREENSHARE SCREENVIEW DISPLAYS [SCREENSHOT.png]
+# ScreenTest.sh SCREENSHARE SCREENVIEW DISPLAYS RECEIVEPICTURES [SCREENSHOT.png]
 set -uo pipefail
 screenshare=$(realpath "$1") screenview=$(realpath "$2") displays=$(realpath "$3")
-screenshot=$(realpath "${4:-/dev/null}")
+receivepictures=$(realpath "$4") screenshot=$(realpath "${5:-/dev/null}")
 . "$(dirname "$0")/Support.sh"
 
 alike=30 # decibels: JPEG at the default quality has 34 and more, a window out of place below 20
@@ -110,6 +110,42 @@ cp saved.png before.png
   complain 'a full disk is not noticed'
 check cmp before.png saved.png
 check test -z "$(ls -A | grep '^\.new')"
+
+# The guide's receiver puts a screen together, too: late from regions, otherwise from the first picture.
+saves() { # WIDTH HEIGHT
+  echo >&"$silence"
+  endsWith 0 && read -r -u "$silence" && hasSides received.png "$@" && isAlike received.png "$desktop"
+}
+savesLate() {
+  shared=$port
+  start "$receivepictures" "$shared" received.png
+  port=$shared
+  sleep 2 # until all regions have come
+  saves 1024 640
+}
+check waitFor savesLate
+check ends "$sharer"
+wholeComes() {
+  local before
+  before=$(grep -c 'the screen came' test.log)
+  startSharer --refresh 3600 "$@"
+  for _ in {1..60}; do
+    (($(grep -c 'the screen came' test.log) > before)) && return
+    sleep 0.05
+  done
+  ends "$sharer" && false
+}
+start "$receivepictures" PORT received.png
+check waitFor wholeComes --chunk 1400
+check saves 1024 640
+check ends "$sharer"
+start "$receivepictures" PORT received.png
+check waitFor wholeComes
+check ends "$sharer"
+check waitFor wholeComes --scale 0.5
+check saves 512 320
+check ends "$sharer"
+startSharer
 
 check complains 1 "$screenshare" 127.0.0.1 --display :9999
 check complains 1 env -u DISPLAY "$screenshare" 127.0.0.1

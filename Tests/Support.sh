@@ -59,6 +59,14 @@ findPort() {
   exec {probe}>&-
 }
 
+# Whether a PNG file has these sides.
+hasSides() { # FILE WIDTH HEIGHT
+  local file=$1 bytes
+  shift
+  bytes=$(od -An -tu1 -j16 -N8 "$file") # most significant byte first
+  test "$(echo $bytes)" = "$(for side; do echo 0 0 $((side >> 8)) $((side & 255)); done | xargs)"
+}
+
 mkfifo silence
 exec {silence}<>silence # an input that does not end
 

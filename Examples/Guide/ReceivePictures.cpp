@@ -3,6 +3,7 @@
 #include <poll.h>
 #include <unistd.h>
 #include <Tarnwick/Tarnwick.hpp>
+#include <algorithm>
 #include <array>
 #include <fstream>
 #include <iostream>
@@ -10,27 +11,54 @@
 #include <string>
 #include <utility>
 
+using tarnwick::CGPoint, tarnwick::CGRect, tarnwick::CGSize, tarnwick::NSImage;
+
 // [delegate]
 /// The peer's screen, put together from what comes of it. Used on the event loop's thread only.
 class Screen {
  public:
-  void show(const std::shared_ptr<tarnwick::NSImage>& image,
-            const std::optional<tarnwick::CGRect>& bounds) {
+  void show(const std::shared_ptr<NSImage>& image, const std::optional<CGRect>& bounds) {
     if (!bounds) {
       picture_ = image;  // all of the screen; it is ours
-    } else if (picture_) {
-      tarnwick::CGRect place = *bounds;  // from the top left, and drawing counts from the bottom
-      place.origin.y = picture_->size().height - place.origin.y - place.size.height;
-      picture_->draw(*image, {{0, 0}, image->size()}, place);
+    } else if (isPreview(image->size(), *bounds)) {
+      if (!picture_ || picture_->size() != bounds->size) take(resize(*image, bounds->size));
+    } else {
+      draw(*image, *bounds);
     }
     std::cerr << (bounds ? "a region came\n" : "the screen came\n");
   }
 
-  /// Null until all of it has come once.
-  [[nodiscard]] std::shared_ptr<tarnwick::NSImage> picture() const { return picture_; }
+  /// Null until something has come. What has not come yet is transparent.
+  [[nodiscard]] std::shared_ptr<NSImage> picture() const { return picture_; }
 
  private:
-  std::shared_ptr<tarnwick::NSImage> picture_;
+  /// All of the screen, made small: it tells how large the screen is.
+  static bool isPreview(const CGSize& size, const CGRect& bounds) {
+    return bounds.origin == CGPoint{0, 0} &&
+           (size.width < bounds.size.width || size.height < bounds.size.height);
+  }
+
+  void draw(const NSImage& image, CGRect place) {
+    const CGSize old = picture_ ? picture_->size() : CGSize{};
+    const CGSize size{std::max(old.width, place.origin.x + place.size.width),
+                      std::max(old.height, place.origin.y + place.size.height)};
+    if (size != old) {  // more of the screen than was known
+      const auto larger = NSImage::create(size);
+      if (picture_) larger->draw(*picture_, {{0, 0}, old}, {{0, size.height - old.height}, old});
+      take(larger);
+    }
+    if (!picture_) return;
+    // From the top left, and drawing counts from the bottom.
+    place.origin.y = picture_->size().height - place.origin.y - place.size.height;
+    picture_->draw(image, {{0, 0}, image.size()}, place);
+  }
+
+  /// Unless the rectangle was larger than any picture.
+  void take(const std::shared_ptr<NSImage>& picture) {
+    if (picture->bitmap() != nullptr) picture_ = picture;
+  }
+
+  std::shared_ptr<NSImage> picture_;
 };
 
 /// Hands pictures to the event loop. Kept by the receiver for ever, it does not keep the screen.
@@ -40,8 +68,7 @@ class Watcher : public tarnwick::RxImageUDPDelegate {
 
  private:
   // Called on a thread of the receiver's.
-  void imageReceived(std::shared_ptr<tarnwick::NSImage> image,
-                     std::optional<tarnwick::CGRect> bounds) override {
+  void imageReceived(std::shared_ptr<NSImage> image, std::optional<CGRect> bounds) override {
     tarnwick::DispatchQueue::main().async([weak = screen_, image, bounds] {
       if (const auto screen = weak.lock()) screen->show(image, bounds);  // if it is still there
     });

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <chrono>
 #include <cstddef>
+#include <cstdint>
 #include <thread>
 
 namespace screenshare {
@@ -19,10 +20,16 @@ class Pace {
   explicit Pace(double bandwidth)
       : bytesPerDatagram_(bandwidth * Seconds(sleepOfSender).count() / share) {}
 
-  /// Notes that a picture was queued: its announcement, and its file as one datagram.
-  void add(std::size_t fileSize) {
+  /// Notes that so many datagrams were queued, which hold so many bytes together.
+  void add(std::int64_t datagrams, std::size_t bytes) {
     settle();
-    owed_ += std::max(2.0, static_cast<double>(fileSize) / bytesPerDatagram_);
+    owed_ += cost(datagrams, bytes);
+  }
+
+  /// How long they take to leave, on a machine that is not busy.
+  [[nodiscard]] std::chrono::duration<double> time(std::int64_t datagrams,
+                                                   std::size_t bytes) const {
+    return cost(datagrams, bytes) / share * Seconds(sleepOfSender);
   }
 
   /// Waits until the queue is short again.
@@ -42,6 +49,10 @@ class Pace {
   static constexpr double share = 0.8;  // of the datagrams that leave, which are counted
   // Enough for the changes of one frame, and a sixth of what the queue holds.
   static constexpr double allowance = 16;
+
+  [[nodiscard]] double cost(std::int64_t datagrams, std::size_t bytes) const {
+    return std::max(static_cast<double>(datagrams), static_cast<double>(bytes) / bytesPerDatagram_);
+  }
 
   void sleep(Clock::duration time) {
     const Clock::time_point start = Clock::now();

@@ -15,6 +15,7 @@ using namespace std::chrono_literals;
 constexpr double margin = 0.85;       // of a datagram that a piece is planned to fill
 constexpr auto refreshPatience = 1s;  // for which all that does not change lets changes go first
 constexpr int previewCount = 4;
+constexpr auto longestWhole = 2s;  // for which a whole screen may keep changes waiting
 constexpr double bytesPerMegabit = 125'000;
 
 std::shared_ptr<tarnwick::TxImageUDP> makeSender(const Options& options) try {
@@ -49,6 +50,7 @@ void Sharer::noteChanges() {
   for (const PixelRect& area : changed) changes_->touch(scaled(area), now);
   if (now < nextRefresh_) return;
   if (previews_ > 0) sendPreview();
+  if (!std::exchange(isWholeSent_, true)) sendWhole();
   changes_->touch(bounds_, now + refreshPatience);
   nextRefresh_ = now + seconds(options_.refresh);
 }
@@ -64,6 +66,7 @@ void Sharer::begin(const PixelRect& screen) {
   changes_.emplace(bounds_.width, bounds_.height, fileSize(*blank, options_.compression));
   nextRefresh_ = {};
   previews_ = previewCount;
+  isWholeSent_ = false;
 }
 
 /// A small picture of the whole screen, so that the peer knows at once how large the screen is and
@@ -77,10 +80,26 @@ void Sharer::sendPreview() {
                                 std::ceil(bounds_.height / divisor)};
     const auto small = tarnwick::resize(*whole, size);
     if (fileSize(*small, options_.compression) > static_cast<std::size_t>(options_.chunk)) continue;
+    pace_.waitForRoom();
     send(small, bounds_, false, options_.compression);
     --previews_;
     return;
   }
+}
+
+/// All of the screen at its own size and without a rectangle, in as many datagrams as that takes.
+/// It goes once: a peer that has lost one of them gets the regions that follow. So it does where
+/// the picture would hold up what changes for too long.
+void Sharer::sendWhole() {
+  if (!grab(bounds_)) return;
+  const PixelRect corner = PixelRect{0, 0, 16, 16}.intersection(bounds_);
+  auto whole = picture(bounds_);
+  const std::size_t size = fileSize(*whole, options_.compression);
+  if (pace_.time(datagrams(size), size) > longestWhole) return;
+  pace_.waitForRoom();
+  send(std::move(whole), bounds_, true, options_.compression);
+  // The last datagram of a file leaves while something is queued behind it.
+  send(picture(corner), corner, false, options_.compression);
 }
 
 /// A screen that is shared as it is is grabbed where it is needed; one that is scaled as a whole,
@@ -125,22 +144,28 @@ void Sharer::sendPiece(const PixelRect& area) {
       size = fileSize(*image, factor);
     }
   }
+  pace_.waitForRoom();
   send(image, area, area == bounds_, factor);
   changes_->clear(area);
 }
 
-void Sharer::send(const std::shared_ptr<tarnwick::NSImage>& image, const PixelRect& area,
+void Sharer::send(std::shared_ptr<tarnwick::NSImage> image, const PixelRect& area,
                   bool isFullScreen, float factor) {
-  pace_.waitForRoom();
-  // The sender's own thread queues a file and then lets go of the image: no two wait for that.
+  // The sender's own thread queues a file and then releases the image: no two wait for that. So the
+  // caller must not hold the last one.
   while (lastSent_.use_count() > 0) std::this_thread::sleep_for(100us);
   lastSent_ = image;
   const std::size_t size = fileSize(*image, factor);
-  sender_->send(image, area.asCGRect(), static_cast<std::uint64_t>(++totals_.pictures),
+  sender_->send(std::move(image), area.asCGRect(), static_cast<std::uint64_t>(++totals_.pictures),
                 isFullScreen, factor);
-  totals_.datagrams += 2;  // the announcement and the file
+  totals_.datagrams += datagrams(size);
   totals_.bytes += static_cast<std::int64_t>(size);
-  pace_.add(size);
+  pace_.add(datagrams(size), size);
+}
+
+/// How many a picture takes: its announcement, and its file.
+std::int64_t Sharer::datagrams(std::size_t fileSize) const {
+  return 1 + (static_cast<std::int64_t>(fileSize) + options_.chunk - 1) / options_.chunk;
 }
 
 std::size_t Sharer::fileSize(const tarnwick::NSImage& image, float factor) {

@@ -33,8 +33,9 @@ struct Totals {
 };
 
 /// Shares a screen with a peer: all of it at first and from time to time, so that a peer that comes
-/// late or has lost a datagram sees it too, and in between what has changed. Each picture is a
-/// region whose file fits one datagram, so that it leaves at once. For one thread.
+/// late or has lost a datagram sees it too, and in between what has changed. All but the first
+/// whole screen of each size are regions whose files fit one datagram, so that they leave at once.
+/// For one thread.
 class Sharer {
  public:
   explicit Sharer(const Options& options);
@@ -57,11 +58,13 @@ class Sharer {
   bool grab(const PixelRect& area);
   [[nodiscard]] std::shared_ptr<tarnwick::NSImage> picture(const PixelRect& area) const;
   void sendPreview();
+  void sendWhole();
   void sendPieces(Clock::time_point end);
   void sendPiece(const PixelRect& area);
-  void send(const std::shared_ptr<tarnwick::NSImage>& image, const PixelRect& area,
-            bool isFullScreen, float factor);
+  void send(std::shared_ptr<tarnwick::NSImage> image, const PixelRect& area, bool isFullScreen,
+            float factor);
   [[nodiscard]] std::size_t fileSize(const tarnwick::NSImage& image, float factor);
+  [[nodiscard]] std::int64_t datagrams(std::size_t fileSize) const;
   [[nodiscard]] PixelRect scaled(const PixelRect& area) const;
 
   const Options options_;
@@ -73,7 +76,8 @@ class Sharer {
   std::optional<ChangeMap> changes_;
   std::shared_ptr<tarnwick::NSImage> scaledScreen_;  // null when shared as it is
   Clock::time_point nextRefresh_;
-  int previews_ = 0;  // to be sent from now on
+  int previews_ = 0;          // to be sent from now on
+  bool isWholeSent_ = false;  // of this size
   std::weak_ptr<tarnwick::NSImage> lastSent_;
   Totals totals_;
 };
