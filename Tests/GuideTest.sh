@@ -11,6 +11,14 @@ seeds=$(realpath "$(dirname "$0")/../Fuzzing/Seeds/FuzzImages")
 for program in "$receivepictures" "$sendscreen" "$receivemedia" "$peer"; do
   check complains 1 "$program"
 done
+for number in 0 65536 99999 -1 5000x x ''; do
+  check complains 1 "$receivepictures" "$number" screen.png
+  check complains 1 "$sendscreen" 127.0.0.1 "$number"
+  check complains 1 "$receivemedia" "$number" 5002
+  check complains 1 "$peer" 127.0.0.1 "$number" screen.png
+  check grep -q 'no port' complaint
+done
+
 # Presses Enter, for which the receiver only looks, and tells whether the picture has these sides.
 saves() { # WIDTH HEIGHT
   echo >&"$silence"

@@ -130,7 +130,13 @@ for file in empty missing "$work" sent-1.jpg; do
 done
 head -c 140000 /dev/zero | tr '\0' '|' | wav >separators.wav
 check complains 1 "$sender" audio 127.0.0.1 separators.wav --port "$port"
-check complains 1 "$sender" audio host.example sent-1.wav
+for address in host.example 192.168.1 1.2.3.256 ' 1.2.3.4'; do
+  check complains 2 "$sender" audio "$address" sent-1.wav
+done
+check grep -q 'no IPv4 address' complaint
+for program in "$sender" "$receiver" "$demo"; do
+  check grep -qx "$(basename "$program") [0-9]*\.[0-9]*\.[0-9]*" <("$program" --version)
+done
 check complains 1 "$receiver" audio absent
 check grep -q mkdir complaint
 wav </dev/null >long.wav && truncate -s 513M long.wav

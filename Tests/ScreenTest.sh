@@ -149,7 +149,7 @@ startSharer
 
 check complains 1 "$screenshare" 127.0.0.1 --display :9999
 check complains 1 env -u DISPLAY "$screenshare" 127.0.0.1
-check complains 1 "$screenshare" host.example --display "$desktop"
+check complains 2 "$screenshare" host.example --display "$desktop"
 check complains 1 env DISPLAY=:9999 SDL_VIDEODRIVER=x11 ASAN_OPTIONS=detect_leaks=0 "$screenview" --port "$port"
 check complains 1 "$screenview" --port "$port" --save missing/directory.png
 check complains 2 "$screenshare" 127.0.0.1 --fps 0

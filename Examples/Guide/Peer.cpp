@@ -4,7 +4,9 @@
 #include <poll.h>
 #include <sys/socket.h>
 #include <unistd.h>
+#include <charconv>
 #include <chrono>
+#include <cstdint>
 #include <fstream>
 #include <iostream>
 #include <iterator>
@@ -16,10 +18,10 @@
 /// The way to one receiver.
 class Peer {
  public:
-  Peer(const char* address, int port) : socket_(::socket(AF_INET, SOCK_DGRAM, 0)) {
+  Peer(const char* address, std::uint16_t port) : socket_(::socket(AF_INET, SOCK_DGRAM, 0)) {
     sockaddr_in receiver{};
     receiver.sin_family = AF_INET;
-    receiver.sin_port = htons(static_cast<std::uint16_t>(port));
+    receiver.sin_port = htons(port);
     if (inet_aton(address, &receiver.sin_addr) == 0 ||
         connect(socket_, reinterpret_cast<const sockaddr*>(&receiver), sizeof receiver) == -1) {
       throw std::runtime_error("no way to that address");
@@ -58,12 +60,22 @@ void sendFrame(const Peer& peer, int number, const std::string& file) {
 }
 // [peer]
 
+/// A port's number. Throws when the text is none.
+std::uint16_t portNumber(const std::string& text) {
+  std::uint16_t port = 0;
+  const char* const end = text.data() + text.size();
+  if (std::from_chars(text.data(), end, port).ptr != end || port == 0) {
+    throw std::runtime_error(text + " is no port: give a number from 1 to 65535");
+  }
+  return port;
+}
+
 int main(int argc, char** argv) try {
   if (argc != 4) throw std::runtime_error("usage: peer ADDRESS PORT FILE");
   std::ifstream input(argv[3], std::ios::binary);
   const std::string file(std::istreambuf_iterator<char>(input), {});
   // [main]
-  const Peer peer(argv[1], std::stoi(argv[2]));
+  const Peer peer(argv[1], portNumber(argv[2]));
   if (peer.ask("start") != "video|started") throw std::runtime_error("nobody receives there");
   sendFrame(peer, 1, file);
   if (peer.ask("stop") != "video|stopped") throw std::runtime_error("nobody receives any more");

@@ -1,6 +1,7 @@
 // Receives video and audio of another machine, and saves each frame and each recording as a file
 // where it runs: receivemedia VIDEOPORT AUDIOPORT
 #include <Tarnwick/Tarnwick.hpp>
+#include <charconv>
 #include <fstream>
 #include <iostream>
 #include <stdexcept>
@@ -25,12 +26,21 @@ class Saver : public tarnwick::RxVideoUDPDelegate, public tarnwick::RxAudioUDPDe
   }
 };
 
+/// A port's number. Throws when the text is none.
+std::uint16_t portNumber(const std::string& text) {
+  std::uint16_t port = 0;
+  const char* const end = text.data() + text.size();
+  if (std::from_chars(text.data(), end, port).ptr != end || port == 0) {
+    throw std::runtime_error(text + " is no port: give a number from 1 to 65535");
+  }
+  return port;
+}
+
 int main(int argc, char** argv) try {
   if (argc != 3) throw std::runtime_error("usage: receivemedia VIDEOPORT AUDIOPORT");
-  const auto port = [](const char* text) { return static_cast<std::uint16_t>(std::stoi(text)); };
   const auto saver = std::make_shared<Saver>();
-  const auto video = tarnwick::RxVideoUDP::create("video", port(argv[1]), 65500, saver);
-  const auto audio = tarnwick::RxAudioUDP::create("audio", port(argv[2]), 65500, saver);
+  const auto video = tarnwick::RxVideoUDP::create("video", portNumber(argv[1]), 65500, saver);
+  const auto audio = tarnwick::RxAudioUDP::create("audio", portNumber(argv[2]), 65500, saver);
   video->beginOperation();
   audio->beginOperation();
   tarnwick::DispatchQueue::main().run();  // hands complete objects over, for ever

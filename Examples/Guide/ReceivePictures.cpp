@@ -5,6 +5,7 @@
 #include <Tarnwick/Tarnwick.hpp>
 #include <algorithm>
 #include <array>
+#include <charconv>
 #include <fstream>
 #include <iostream>
 #include <stdexcept>
@@ -78,10 +79,20 @@ class Watcher : public tarnwick::RxImageUDPDelegate {
 };
 // [delegate]
 
+/// A port's number. Throws when the text is none.
+std::uint16_t portNumber(const std::string& text) {
+  std::uint16_t port = 0;
+  const char* const end = text.data() + text.size();
+  if (std::from_chars(text.data(), end, port).ptr != end || port == 0) {
+    throw std::runtime_error(text + " is no port: give a number from 1 to 65535");
+  }
+  return port;
+}
+
 int main(int argc, char** argv) try {
   if (argc != 3) throw std::runtime_error("usage: receivepictures PORT FILE");
   // [loop]
-  const auto port = static_cast<std::uint16_t>(std::stoi(argv[1]));
+  const auto port = portNumber(argv[1]);
   const auto screen = std::make_shared<Screen>();
   constexpr std::int64_t longestDatagram = 65500;  // in bytes; of longer ones the rest is cut off
   const auto receiver = tarnwick::RxImageUDP::create("screen", port, longestDatagram,

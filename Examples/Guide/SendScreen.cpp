@@ -1,5 +1,6 @@
 // Sends what a screen shows, first all of it and then what changes: sendscreen ADDRESS PORT
 #include <Tarnwick/Tarnwick.hpp>
+#include <charconv>
 #include <chrono>
 #include <cmath>
 #include <iostream>
@@ -71,10 +72,20 @@ std::shared_ptr<NSImage> grab(int time) {
   return NSImage::fromBitmap(std::move(screen));
 }
 
+/// A port's number. Throws when the text is none.
+std::uint16_t portNumber(const std::string& text) {
+  std::uint16_t port = 0;
+  const char* const end = text.data() + text.size();
+  if (std::from_chars(text.data(), end, port).ptr != end || port == 0) {
+    throw std::runtime_error(text + " is no port: give a number from 1 to 65535");
+  }
+  return port;
+}
+
 int main(int argc, char** argv) try {
   if (argc != 3) throw std::runtime_error("usage: sendscreen ADDRESS PORT");
   // [main]
-  const auto port = static_cast<std::uint16_t>(std::stoi(argv[2]));
+  const auto port = portNumber(argv[2]);
   const auto sender = TxImageUDP::create("screen", argv[1], port, chunkSize);
   sender->beginOperation();
   sendWhole(*sender, grab(0));

@@ -87,7 +87,7 @@ std::int64_t receive(std::uint16_t port, const auto& delegate, Recorder& recorde
   receiver->endOperation();
   return recorder.close();
 } catch (const tarnwick::UDPError& error) {
-  throw program::Trouble(program::adviceOn(error, "", port));
+  throw program::Trouble(program::adviceOn(error, port));
 }
 
 int receiveVideo(const Options& options) {

@@ -148,7 +148,9 @@ void describe(CLI::App& arguments, Options& options) {
                        int (*function)(const Options&)) {
     CLI::App* command = arguments.add_subcommand(name, text);
     command->callback([&options, function] { options.command = function; });
-    command->add_option("ADDRESS", options.address, "The receiver's IPv4 address")->required();
+    command->add_option("ADDRESS", options.address, "The receiver's IPv4 address")
+        ->required()
+        ->check(program::isAddress());
     command->add_option("--port", port, "The receiver's port")
         ->check(CLI::Range(1, 65535))
         ->capture_default_str();

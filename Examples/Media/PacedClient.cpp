@@ -47,7 +47,7 @@ PacedClient::PacedClient(const std::string& address, std::uint16_t port) try
     : client_(tarnwick::UDPClient::create("mediasend", address, port)) {
   client_->beginOperation();
 } catch (const tarnwick::UDPError& error) {
-  throw program::Trouble(program::adviceOn(error, address, port));
+  throw program::Trouble(program::adviceOn(error, port));
 }
 
 PacedClient::~PacedClient() { client_->endOperation(); }

@@ -1,5 +1,7 @@
 #include "Program/Arguments.hpp"
 
+#include <arpa/inet.h>
+
 #include <cstdlib>
 #include <iostream>
 #include <sstream>
@@ -24,10 +26,18 @@ CLI::Validator between(double least, double most) {
   return {check, range.str()};
 }
 
+CLI::Validator isAddress() {
+  const auto check = [](const std::string& text) {
+    in_addr address{};
+    if (inet_pton(AF_INET, text.c_str(), &address) == 1) return std::string();
+    return text + " is no IPv4 address: give one like 192.168.1.20, not a name";
+  };
+  return {check, "IPv4"};
+}
+
 int endEarly(const CLI::App& arguments, const CLI::ParseError& end) {
   if (end.get_exit_code() == static_cast<int>(CLI::ExitCodes::Success)) {
-    std::cout << arguments.help();
-    return EXIT_SUCCESS;
+    return arguments.exit(end);
   }
   const std::string& name = arguments.get_name();
   std::cerr << name << ": " << end.what() << "; see " << name << " --help\n";

@@ -9,8 +9,12 @@ namespace program {
 /// Takes a number within limits, both included, and none that is not a number.
 CLI::Validator between(double least, double most);
 
-/// Shows the help that was asked for, or says what is wrong with the arguments, or with the rest.
-/// Returns the exit status.
+/// Takes an IPv4 address of four numbers. The library also takes what inet_aton(3) does, such as
+/// 192.168.1, which here is more likely a mistake.
+CLI::Validator isAddress();
+
+/// Shows the help or the version that was asked for, or says what is wrong with the arguments, or
+/// with the rest. Returns the exit status.
 int endEarly(const CLI::App& arguments, const CLI::ParseError& end);
 int complain(const char* name, const std::exception& error) noexcept;
 
@@ -24,6 +28,7 @@ int run(const char* name, const char* description, int argc, char** argv,
   try {
     Options options;
     CLI::App arguments(description, name);
+    arguments.set_version_flag("--version", std::string(name) + " " TARNWICK_VERSION);
     describe(arguments, options);
     try {
       arguments.parse(argc, argv);

@@ -21,14 +21,10 @@ void noteInterrupt(int) { interrupted = true; }
 
 }  // namespace
 
-std::string adviceOn(const tarnwick::UDPError& error, const std::string& address,
-                     std::uint16_t port) {
+std::string adviceOn(const tarnwick::UDPError& error, std::uint16_t port) {
   if (error == tarnwick::UDPError::bindSocket) {
     return "port " + std::to_string(port) +
            " is taken, or not yours to take: choose another with --port";
-  }
-  if (error == tarnwick::UDPError::badAddress) {
-    return address + " is no IPv4 address: give one like 192.168.1.20, not a name";
   }
   return error.localizedDescription();
 }

@@ -14,8 +14,7 @@ namespace program {
 inline constexpr std::int64_t longestDatagram = 65500;
 
 /// What to do about an endpoint that cannot be created.
-std::string adviceOn(const tarnwick::UDPError& error, const std::string& address,
-                     std::uint16_t port);
+std::string adviceOn(const tarnwick::UDPError& error, std::uint16_t port);
 
 /// The framework logs on standard output. Where that is a terminal the log is dropped, so that what
 /// the program itself says on standard error can be read; redirect standard output to have both.

@@ -21,7 +21,7 @@ constexpr double bytesPerMegabit = 125'000;
 std::shared_ptr<tarnwick::TxImageUDP> makeSender(const Options& options) try {
   return tarnwick::TxImageUDP::create("screen", options.address, options.port, options.chunk);
 } catch (const tarnwick::UDPError& error) {
-  throw program::Trouble(program::adviceOn(error, options.address, options.port));
+  throw program::Trouble(program::adviceOn(error, options.port));
 }
 
 std::chrono::steady_clock::duration seconds(double count) {

@@ -40,7 +40,7 @@ std::shared_ptr<tarnwick::RxImageUDP> makeReceiver(std::uint16_t port,
   return tarnwick::RxImageUDP::create("screenview", port, program::longestDatagram,
                                       std::move(picture));
 } catch (const tarnwick::UDPError& error) {
-  throw program::Trouble(program::adviceOn(error, "", port));
+  throw program::Trouble(program::adviceOn(error, port));
 }
 
 int showWindow(const Options& options) {
