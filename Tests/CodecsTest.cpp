@@ -8,7 +8,6 @@
 #include <cmath>
 #include <cstdlib>
 #include <fstream>
-#include <functional>
 #include <latch>
 #include <new>
 
@@ -18,11 +17,7 @@
 #include "Tarnwick/Tarnwick.hpp"
 #include "Tests/Pictures.hpp"
 
-namespace {
-
-std::atomic<std::size_t> largestAllocation = SIZE_MAX;
-
-}  // namespace
+static std::atomic<std::size_t> largestAllocation = SIZE_MAX;
 
 void* operator new(std::size_t size) {
   void* const memory = size > largestAllocation ? nullptr : std::malloc(size);
@@ -69,9 +64,7 @@ TEST(JPEG, KeepsThePicture) {
   }
   const Bitmap source = picture(640, 480);
   EXPECT_GT(psnr(decoded(jpeg(source, 0.9)), source), 34);
-  const Data large = ImageCodec::encodeJPEG(source, 1, 1).value();
-  EXPECT_GT(large.size(), 200'000);
-  EXPECT_GT(psnr(decoded(large), source), 45);
+  EXPECT_GT(psnr(decoded(ImageCodec::encodeJPEG(source, 1, 1).value()), source), 45);  // 400 kB
 }
 
 TEST(JPEG, IsMadeFromTheFactorAndTheColours) {
@@ -131,7 +124,9 @@ TEST(JPEG, IsTheSameWhenMadeAndReadInStrips) {
         EXPECT_EQ(ImageCodec::encodeJPEG(bitmap, factor, most), file);
         EXPECT_EQ(ImageCodec::decodeJPEG(file, most)->pixels, pixels);
       }
-      EXPECT_EQ(cutIntoStrips(file, 2).size(), factor < 0.5F ? 0 : 2) << width;
+      const std::vector<StripFile> strips = cutIntoStrips(file, 2);
+      ASSERT_EQ(strips.size(), factor < 0.5F ? 0 : 2) << width;
+      EXPECT_TRUE(strips.empty() || ImageCodec::decodeJPEG(strips[1].file, 1)) << width;
       Data commented = stuffed(file, 2, 65537);
       std::copy_n("\xFF\xFE\xFF\xFF", 4, commented.begin() + 2);
       EXPECT_TRUE(cutIntoStrips(commented, 2).empty());
@@ -147,9 +142,9 @@ TEST(JPEG, HasNoPieceThatReadsAsText) {
       [](int x, int, int) { return x / 8 % 2 * 200; },
       [](int x, int, int) { return x % 16 < 3 ? 20 : 240; },
       [](int x, int y, int) { return y % 18 < 10 && x * y % 7 < 2 ? 20 : 250; }};
-  for (const int width : {640, 1072, 3840, 12000}) {
-    Bitmap bitmap = plain(width, 384'000 / width, 255);
-    for (const auto level : levels) {
+  for (const auto level : levels) {
+    for (const int width : {640, 1072, 3840, 12000}) {
+      Bitmap bitmap = plain(width, 384'000 / width, 255);
       for (std::size_t i = 0; i < bitmap.pixels.size(); ++i) {
         const int at = static_cast<int>(i) / 4, colour = static_cast<int>(i % 4);
         bitmap.pixels[i] = static_cast<std::uint8_t>(level(at % width, at / width, colour));
@@ -219,7 +214,7 @@ TEST(Decoding, RefusesWhatWouldCostTooMuch) {
   EXPECT_TRUE(isImage(greyJPEG(3, 800, 801, 4)));
   const Data large = greyJPEG(1, 16384, 8192), manyBlocks = greyJPEG(1, 6400, 6400, 64);
   const Data largeInMemory = greyJPEG(3, 12000, 10000, 4);
-  const Data fewBytes = seed("fewBytesForItsSides.png"), fewJPEG = seed("fewBytesForItsSides.jpg");
+  const Data fewBytes = seed("fewBytesForItsSides.png"), few = seed("fewBytesForItsSides.jpg");
   const Data text = seed("text.png"), chunk(text.begin() + 33, text.end() - 34);
   Data texts = text;
   for (int i = 0; i < 30; ++i) texts.insert(texts.begin() + 33, chunk.begin(), chunk.end());
@@ -230,7 +225,7 @@ TEST(Decoding, RefusesWhatWouldCostTooMuch) {
   };
   const auto before = peakMemory();
   for (const Data& file : {large, largeInMemory, fewBytes}) EXPECT_FALSE(isImage(file));
-  EXPECT_FALSE(ImageCodec::decodeJPEG(fewJPEG, 2));
+  EXPECT_FALSE(ImageCodec::decodeJPEG(few, 2));
   EXPECT_EQ(decoded(texts).pixels, (Data{128, 128, 128, 255}));
   EXPECT_LT(peakMemory() - before, 100'000);  // kilobytes: none was begun
   EXPECT_FALSE(isImage(manyBlocks));
