@@ -1,12 +1,28 @@
 #include "Tarnwick/NSImageExtension.hpp"
 
+#include <new>
+
 namespace tarnwick {
+namespace {
+
+/// Draws the region of `image` over all of `target`, which without the memory for that becomes an
+/// image without bitmap.
+void fill(std::shared_ptr<NSImage>& target, const NSImage& image, const CGRect& region) {
+  try {
+    target->draw(image, region, {{0, 0}, region.size});
+  } catch (const std::bad_alloc&) {
+    target = NSImage::create({0, 0});
+    target->setSize(region.size);
+  }
+}
+
+}  // namespace
 
 std::shared_ptr<NSImage> crop(const NSImage& image, const CGRect& rect) {
   auto cropped = NSImage::create(rect.size);
   // Drawing counts from the bottom left.
   const CGFloat y = image.size().height - rect.origin.y - rect.size.height;
-  cropped->draw(image, {{rect.origin.x, y}, rect.size}, {{0, 0}, rect.size});
+  fill(cropped, image, {{rect.origin.x, y}, rect.size});
   return cropped;
 }
 
@@ -14,8 +30,7 @@ std::shared_ptr<NSImage> resize(NSImage& image, const CGSize& size) {
   auto resized = NSImage::create(size);
   image.setResizingMode(ResizingMode::tile);
   image.setSize(size);
-  const CGRect whole{{0, 0}, size};
-  resized->draw(image, whole, whole);
+  fill(resized, image, {{0, 0}, size});
   return resized;
 }
 

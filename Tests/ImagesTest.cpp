@@ -1,10 +1,16 @@
 #include <gtest/gtest.h>
 
 #include <array>
+#include <atomic>
 #include <cmath>
+#include <cstdlib>
+#include <functional>
+#include <new>
 #include <numbers>
 #include <random>
 
+#include "Tarnwick/Platform/ImageAveraging.hpp"
+#include "Tarnwick/Platform/ImageDrawing.hpp"
 #include "Tarnwick/Tarnwick.hpp"
 #include "Tests/Pictures.hpp"
 
@@ -49,12 +55,23 @@ TEST(Image, HasPixelsForUsableSizesOnly) {
   for (const CGPoint& origin : {CGPoint{nan, infinity}, {1e18, 0}, {0, -1e300}}) {
     EXPECT_EQ(crop(*source, {origin, {2, 2}})->bitmap()->pixels, Data(16));
   }
+  const auto target = NSImage::create({2, 2});
+  for (const double length : {0.0, -1.0, 1e-7, 1e300, infinity, nan}) {
+    for (std::size_t i = 0; i < 4; ++i) {
+      std::array<double, 4> lengths{2, 2, 2, 2};
+      lengths[i] = length;
+      target->draw(*source, {{}, {lengths[0], lengths[1]}}, {{}, {lengths[2], lengths[3]}});
+      EXPECT_EQ(target->bitmap()->pixels, Data(16)) << length;
+    }
+  }
+  EXPECT_GT(pixelCount(infinity), pixelLimit);
   for (const Side side : {Side{0}, Side{-1}, Side{2}, Side{1} << 31, Side{1} << 62}) {
     EXPECT_EQ(NSImage::fromBitmap({side, 1, Data(4)}), nullptr);
     EXPECT_EQ(NSImage::fromBitmap({side, side, Data(4)}), nullptr);
   }
-  EXPECT_EQ(NSImage::fromBitmap({0, 1, {}}), nullptr);
-  EXPECT_EQ(NSImage::fromBitmap({1, 0, {}}), nullptr);
+  for (const Bitmap& bitmap : {Bitmap{0, 1, {}}, {1, 0, {}}, {1, 1, Data(8)}}) {
+    EXPECT_EQ(NSImage::fromBitmap(bitmap), nullptr);
+  }
 }
 
 /// One side of a drawing: that of the source, and where it begins and how long it is in either.
@@ -86,7 +103,7 @@ TEST(Image, IsDrawnOverEveryPixelThatItCoversAndNoOther) {
     const bool isCropped = round % 3 == 0, isCopied = round % 3 < 2;
     const auto axis = [&](double side) {
       Axis any{tenths(1, 99), tenths(-50, 99), tenths(1, 150), tenths(-50, 99), tenths(1, 150)};
-      if (isCopied) any = {side, any.from, any.fromLength, any.into, any.fromLength};
+      if (isCopied) any = {side, any.from, any.fromLength, any.into, any.fromLength + 1e-9};
       return any;
     };
     Axis x = axis(width), y = axis(height);
@@ -126,6 +143,12 @@ TEST(Image, IsResized) {
   EXPECT_TRUE(resized->size() == size && source->size() == size);
   EXPECT_EQ(source->resizingMode(), ResizingMode::tile);
   EXPECT_TRUE(equal(*source->bitmap(), gradient(200, 100)));
+  // What little lies within both fills the pixels.
+  const auto target = NSImage::create({1, 1});
+  target->draw(*NSImage::fromBitmap(gradient(200, 100)), {{-9800, 0}, {10000, 100}}, {{}, {1, 1}});
+  EXPECT_NEAR(target->bitmap()->pixels.at(0), 127, 2);
+  target->draw(*resized, {{200.5, 100}, {1e-5, 1e-5}}, {{-1e12, -1e12}, {2e12, 2e12}});
+  EXPECT_NEAR(target->bitmap()->pixels.at(0), 161, 2);
   source->setSize({199.5, 100});  // still all of its pixels
   EXPECT_EQ(crop(*source, {{99.75, 0}, {99.75, 100}})->bitmap()->pixels.at(99 * 4), 254);
 }
@@ -150,7 +173,7 @@ TEST(Image, IsScaledByOneFilterAtAnyLength) {
   const Side k = 1000;
   for (const auto& [width, height, from, newWidth, newHeight] :
        {Case{50, 30, rectangle(0, 0, 50, 30), 20, 50},
-        {50, 40, {{10.25, 5}, {20.5, 25.75}}, 70, 9},
+        {50, 40, {{10.25, 5.5}, {20.05, 8.95}}, 20, 9},
         {1'500, 800, rectangle(0, 0, 1'500, 800), 400, 150},  // in two halves
         {900, 700, {{100, 100.5}, {500, 500}}, 1'300, 1'000},
         {70 * k, 4, rectangle(0, 0, 70 * k, 4), 7 * k, 4},
@@ -158,12 +181,15 @@ TEST(Image, IsScaledByOneFilterAtAnyLength) {
         {66 * k, 2, {{12000.5, 0}, {40000, 2}}, 33 * k, 3},
         {5 * k, 1, rectangle(0, 0, 5 * k, 1), 70 * k, 1},
         {1, 1, rectangle(0, 0, 1, 1), 1, 100 * k},
-        {1, 1000 * k, rectangle(0, 0, 1, 1000 * k), 1, k + 1},
-        {1000 * k, 1, rectangle(0, 0, 1000 * k, 1), 1, 1}}) {
+        {1, 1000 * k, {{0, 250000.5}, {1, 600000}}, 1, k + 1},
+        {1000 * k, 1, {{250000.5, 0}, {700000, 1}}, 1, 1}}) {
     std::mt19937 random(1);
     Data across, down;
-    while (std::ssize(across) < width) across.push_back(static_cast<std::uint8_t>(random()));
-    while (std::ssize(down) < height) down.push_back(static_cast<std::uint8_t>(random()));
+    const auto sample = [&](Side i, Side side) {  // noise on a slope
+      return static_cast<std::uint8_t>(random() % 128 + static_cast<unsigned>(127 * i / side));
+    };
+    while (std::ssize(across) < width) across.push_back(sample(std::ssize(across), width));
+    while (std::ssize(down) < height) down.push_back(sample(std::ssize(down), height));
     Bitmap pixels = plain(width, height, 255);
     for (std::size_t i = 0; i < pixels.pixels.size(); i += 4) {
       pixels.pixels[i] = across[i / 4 % across.size()];
@@ -182,13 +208,21 @@ TEST(Image, IsScaledByOneFilterAtAnyLength) {
       ASSERT_NEAR(result, lanczos(samples, first + (double(i) + 0.5) * step, step), 1.5) << count;
     };
     const Bitmap& result = *target->bitmap();
-    for (Side i = 0; i < newWidth; ++i) {
+    for (Side i = 0; i < newWidth; i += 1 + newWidth / 3000) {
       expectNear(result.row(0)[i * 4], across, from.origin.x, from.size.width, i, newWidth);
     }
-    for (Side i = 0; i < newHeight; ++i) {
+    for (Side i = 0; i < newHeight; i += 1 + newHeight / 3000) {
       expectNear(result.row(i)[1], down, from.origin.y, from.size.height, i, newHeight);
     }
   }
+}
+
+TEST(Image, IsAveragedByAlpha) {
+  const Bitmap source{3, 3, {10, 20, 30, 100, 50, 60,  70,  50, 1, 2, 3, 0,  //
+                             0,  0,  0,  0,   97, 100, 110, 53, 7, 8, 9, 3,  //
+                             1,  1,  1,  0,   2,  2,   2,   0,  9, 9, 9, 255}};
+  EXPECT_EQ(averaged(source, 2, 2).pixels,
+            (Data{43, 51, 61, 51, 7, 8, 9, 2, 0, 0, 0, 0, 9, 9, 9, 255}));
 }
 
 TEST(Image, KeepsTransparencyWhereverItIsAndMixesInNothingOfIt) {
@@ -200,14 +234,76 @@ TEST(Image, KeepsTransparencyWhereverItIsAndMixesInNothingOfIt) {
       const auto image = NSImage::fromBitmap(std::move(pixels));
       const Data resized =
           resize(*image, rectangle(0, 0, width, 2 * height).size)->bitmap()->pixels;
-      EXPECT_NE(resized, Data(resized.size(), 255)) << width << ' ' << hole;
+      int least = 255, most = 0;
+      bool isClean = true;
       for (std::size_t i = 0; i < resized.size(); i += 4) {
-        const bool isWhite = resized[i] + resized[i + 1] + resized[i + 2] == 3 * 255;
-        ASSERT_TRUE(isWhite || resized[i + 3] == 0) << width << ' ' << hole << ' ' << i;
+        const int alpha = resized[i + 3];
+        isClean &= alpha == 0 || resized[i] + resized[i + 1] + resized[i + 2] == 3 * 255;
+        least = std::min(least, alpha);
+        most = std::max(most, alpha);
       }
+      EXPECT_TRUE(isClean) << width << ' ' << hole;
+      EXPECT_LT(least, 128) << width << ' ' << hole;
+      EXPECT_EQ(most, width == 1 ? 0 : 255) << hole;
     }
   }
 }
 
+std::atomic<std::int64_t> allocationsUntilOneFails = -1;  // below 0: none fails
+
+TEST(Image, IsAbsentOrAsItWasWhenMemoryIsShort) {
+  const auto source = NSImage::fromBitmap(picture(40, 30)), target = NSImage::create({10, 20}),
+             large = NSImage::fromBitmap(picture(1025, 1024));  // scaled in two halves
+  const Data file = *source->pngRepresentation(), before = target->bitmap()->pixels;
+  const CGSize size{7, 9};
+  std::shared_ptr<NSImage> image;
+  std::optional<Data> encoded;
+  const auto encode = [&] { encoded = source->jpegRepresentation(0.5F); };
+  const auto draw = [&] { target->draw(*source, {{}, {20, 10}}, {{}, size}), image = target; };
+  int thrown = 0;
+  /// Calls `make` with one allocation failing after so many others; whether it needs no more.
+  const auto isMade = [&](const auto& make, std::int64_t allocations) {
+    allocationsUntilOneFails = allocations;
+    try {
+      make();
+    } catch (const std::bad_alloc&) {
+      ++thrown;
+    }
+    return allocationsUntilOneFails.exchange(-1) >= 0;
+  };
+  for (const auto& [make, mayThrow] : std::vector<std::pair<std::function<void()>, int>>{
+           {[&] { image = NSImage::create(size); }, 1},  // without memory for the object itself
+           {[&] {
+              image = crop(*source, {{}, size});
+            },
+            1},
+           {[&] { image = resize(*source, size); }, 1},
+           {[&] { image = resize(*large, size); }, 1},
+           {[&] { image = NSImage::fromData(file); }, 0},
+           {[&] { encoded = source->pngRepresentation(); }, 0},
+           {encode, 0},
+           {draw, 1000}}) {
+    bool isDone = false;
+    for (std::int64_t i = thrown = 0; !isDone; i += 1 + i / 16) {
+      image = nullptr;
+      encoded = std::nullopt;
+      isDone = isMade(make, i);
+      EXPECT_EQ((image && image->bitmap()) || encoded, isDone) << i;
+      EXPECT_TRUE(!image || mayThrow != 1 || image->size() == size);
+      EXPECT_EQ(target->bitmap()->pixels == before, image != target);
+    }
+    EXPECT_LE(thrown, mayThrow);
+  }
+  EXPECT_TRUE(isMade(encode, 1));  // a copy of the last file
+}
+
 }  // namespace
 }  // namespace tarnwick::test
+
+void* operator new(std::size_t size) {
+  const bool fails = tarnwick::test::allocationsUntilOneFails-- == 0;
+  void* const memory = fails ? nullptr : std::malloc(size);
+  return memory != nullptr ? memory : throw std::bad_alloc();
+}
+void operator delete(void* memory) noexcept { std::free(memory); }
+void operator delete(void* memory, std::size_t) noexcept { std::free(memory); }

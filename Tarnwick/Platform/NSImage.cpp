@@ -1,5 +1,6 @@
 #include "Tarnwick/Platform/NSImage.hpp"
 
+#include <new>
 #include <utility>
 
 #include "Tarnwick/Platform/ImageCodec.hpp"
@@ -8,11 +9,13 @@
 namespace tarnwick {
 namespace {
 
-std::optional<Bitmap> transparentBitmap(const CGSize& size) {
+std::optional<Bitmap> transparentBitmap(const CGSize& size) try {
   const std::int64_t width = pixelCount(size.width), height = pixelCount(size.height);
   if (!isWithinPixelLimit(width, height)) return std::nullopt;
   return Bitmap{width, height,
                 Data(static_cast<std::size_t>(width * height * Bitmap::bytesPerPixel))};
+} catch (const std::bad_alloc&) {
+  return std::nullopt;
 }
 
 CGSize sizeInPixels(const Bitmap& bitmap) {
@@ -46,9 +49,11 @@ std::shared_ptr<NSImage> NSImage::fromData(const Data& encoded) {
   return bitmap ? fromBitmap(std::move(*bitmap)) : nullptr;
 }
 
-std::shared_ptr<NSImage> NSImage::fromBitmap(Bitmap bitmap) {
+std::shared_ptr<NSImage> NSImage::fromBitmap(Bitmap bitmap) try {
   if (!hasMatchingPixels(bitmap)) return nullptr;
   return std::make_shared<NSImage>(Private{}, sizeInPixels(bitmap), std::move(bitmap));
+} catch (const std::bad_alloc&) {
+  return nullptr;
 }
 
 CGRect NSImage::inPixels(const CGRect& region) const {
@@ -65,17 +70,21 @@ void NSImage::draw(const NSImage& source, const CGRect& from, const CGRect& into
   keepJPEG(nullptr);
 }
 
-std::optional<Data> NSImage::jpegRepresentation(float compressionFactor) const {
+std::optional<Data> NSImage::jpegRepresentation(float compressionFactor) const try {
   if (!bitmap_) return std::nullopt;
   const std::shared_ptr<const JPEG> last = lastJPEG();
   if (last && last->compressionFactor == compressionFactor) return last->file;
   std::optional<Data> file = ImageCodec::encodeJPEG(*bitmap_, compressionFactor);
   if (file) keepJPEG(std::make_shared<JPEG>(JPEG{compressionFactor, *file}));
   return file;
+} catch (const std::bad_alloc&) {
+  return std::nullopt;
 }
 
-std::optional<Data> NSImage::pngRepresentation() const {
+std::optional<Data> NSImage::pngRepresentation() const try {
   return bitmap_ ? ImageCodec::encodePNG(*bitmap_) : std::nullopt;
+} catch (const std::bad_alloc&) {
+  return std::nullopt;
 }
 
 std::shared_ptr<const NSImage::JPEG> NSImage::lastJPEG() const {

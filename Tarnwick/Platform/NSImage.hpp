@@ -27,15 +27,17 @@ class NSImage final {
  public:
   /// A transparent image of a logical size, with one pixel per unit. Fractions are rounded up, but
   /// a fraction of at most 1e-6 is a rounding error and adds no pixel. The image has no bitmap if
-  /// the size is empty, negative, not finite or over the pixel limit.
+  /// the size is empty, negative, not finite or over the pixel limit, or if memory is short. Throws
+  /// std::bad_alloc if there is no memory for the object itself.
   [[nodiscard]] static std::shared_ptr<NSImage> create(const CGSize& size);
 
-  /// The image in a JPEG or PNG file, a unit a pixel. Null when the bytes are no complete image, or
-  /// one over the pixel limit.
+  /// The image in a JPEG or PNG file, with one pixel per unit. Null if the bytes are not a complete
+  /// image, if the image is over the pixel limit, if a side of a PNG file is over 1,000,000 pixels,
+  /// or if memory is short.
   [[nodiscard]] static std::shared_ptr<NSImage> fromData(const Data& encoded);
 
-  /// An image of these pixels, a unit a pixel. Null when a side is not positive or the pixels do
-  /// not match the sides.
+  /// An image of these pixels, with one pixel per unit. Null if a side is not positive, if the
+  /// pixels do not match the sides, or if memory is short.
   [[nodiscard]] static std::shared_ptr<NSImage> fromBitmap(Bitmap bitmap);
 
   /// The logical size.
@@ -63,12 +65,13 @@ class NSImage final {
   void draw(const NSImage& source, const CGRect& from, const CGRect& into);
 
   /// The pixels, at their own number and without alpha, as a JPEG file. `compressionFactor` runs
-  /// from 0.0, the smallest file, to 1.0, the best picture. Absent without a bitmap, or when a side
-  /// is over the 65,500 pixels that the encoder takes. The image keeps the last file until it is
+  /// from 0.0, the smallest file, to 1.0, the best picture. Absent without a bitmap, if a side is
+  /// over 65,500 pixels, or if memory is short. The image keeps the last file until it is
   /// drawn into, so that who looks at its size before sending the image encodes no second time.
   [[nodiscard]] std::optional<Data> jpegRepresentation(float compressionFactor) const;
 
-  /// The pixels exactly as they are as a PNG file. Absent without a bitmap.
+  /// The pixels exactly as they are as a PNG file. Absent without a bitmap, if a side is over
+  /// 1,000,000 pixels, or if memory is short.
   [[nodiscard]] std::optional<Data> pngRepresentation() const;
 
   /// Closed to others, who call one of the above.
