@@ -37,9 +37,8 @@ struct Stretch {
 };
 
 bool isUsable(const Side& side) {
-  const auto isWithin = [](CGFloat value) { return std::abs(value) < largest; };
-  return isWithin(side.from) && isWithin(side.into) && isWithin(side.fromLength) &&
-         isWithin(side.intoLength) && side.fromLength > tolerance && side.intoLength > tolerance;
+  const auto isLength = [](CGFloat length) { return length > tolerance && length < largest; };
+  return isLength(side.fromLength) && isLength(side.intoLength);
 }
 
 bool keepsLength(const Side& side) {
@@ -57,8 +56,9 @@ Pixels covered(const Side& side) {
   const auto sourceEnd = static_cast<CGFloat>(side.sourceSide);
   const CGFloat begin = toTarget(std::max(side.from, 0.0));
   const CGFloat end = toTarget(std::min(side.from + side.fromLength, sourceEnd));
+  if (!(begin < end)) return {0, 0};  // not a number included
   const std::int64_t first = firstPixel(begin);
-  return {first, begin < end ? pixelCount(end) - first : 0};
+  return {first, pixelCount(end) - first};
 }
 
 /// The part of the source that is scaled to these pixels of the target. Never empty, even if it is
@@ -107,7 +107,7 @@ void copyBlock(const Bitmap& source, const Origin& x, const Origin& y, Bitmap& t
 }  // namespace
 
 std::int64_t pixelCount(CGFloat length) {
-  if (!(length > tolerance)) return 0;  // not a number included
+  if (!(length > 0)) return 0;  // not a number included
   return static_cast<std::int64_t>(std::ceil(std::min(length, largest) - tolerance));
 }
 

@@ -25,7 +25,8 @@ struct alignas(alignment) Block {
   std::array<std::uint8_t, alignment> bytes;
 };
 
-/// Longer sides are scaled in tiles, as zimg's time grows with the square of the length.
+/// Longer sides are averaged, as zimg's time grows with the square of how much shorter they become,
+/// and scaled in tiles, which bounds the memory for its filter tables.
 constexpr std::int64_t longestWhole = 65535;
 
 /// The pixels of the result along the side of a tile.
@@ -249,7 +250,7 @@ void inTiles(const Range& range, std::int64_t longest, const Body& body) {
   }
 }
 
-/// How many pixels of a side, `length` of which become `count`, are averaged to one.
+/// How many pixels of a side, `length` of which become `count`, are averaged to one; 1 for none.
 std::int64_t groupSize(std::int64_t side, CGFloat length, std::int64_t count) {
   const auto size = static_cast<std::int64_t>(length / static_cast<CGFloat>(count) / leastRatio);
   return side > longestWhole ? std::max<std::int64_t>(size, 1) : 1;
@@ -268,7 +269,7 @@ Bitmap scaled(const Bitmap& source, const CGRect& region, std::int64_t width, st
                   width, height);
   }
   const std::int64_t pixels = std::max(source.width * source.height, width * height);
-  const std::int64_t parts = pixels > largestWhole && height > 1 ? 2 : 1;
+  const std::int64_t parts = pixels > largestWhole ? 2 : 1;
   std::atomic<bool> hasAlpha = false;
   inParts(parts, source.height, [&](const Range& rows) {
     const auto size = static_cast<std::size_t>(rows.count()) * source.rowBytes();
