@@ -1,31 +1,19 @@
 #include <gtest/gtest.h>
-#include <pthread.h>
 #include <sys/resource.h>
 
 #include <algorithm>
 #include <array>
 #include <atomic>
 #include <cmath>
-#include <cstdlib>
 #include <fstream>
 #include <latch>
-#include <new>
 
 #include "Tarnwick/Platform/Concurrently.hpp"
 #include "Tarnwick/Platform/ImageCodec.hpp"
 #include "Tarnwick/Platform/JPEGStrips.hpp"
 #include "Tarnwick/Tarnwick.hpp"
 #include "Tests/Pictures.hpp"
-
-static std::atomic<std::size_t> largestAllocation = SIZE_MAX;
-
-void* operator new(std::size_t size) {
-  void* const memory = size > largestAllocation ? nullptr : std::malloc(size);
-  if (memory == nullptr) throw std::bad_alloc();
-  return memory;
-}
-void operator delete(void* memory) noexcept { std::free(memory); }
-void operator delete(void* memory, std::size_t) noexcept { std::free(memory); }
+#include "Tests/Shortage.hpp"
 
 namespace tarnwick::test {
 namespace {
@@ -235,19 +223,16 @@ TEST(Decoding, RefusesWhatWouldCostTooMuch) {
 // --- Threads and memory ---
 
 TEST(Concurrently, RunsEachBodyOnceAndThrowsWhatOneThrew) {
-  pthread_attr_t usual, huge;
-  for (auto* attributes : {&usual, &huge}) pthread_getattr_default_np(attributes);
-  pthread_attr_setstacksize(&huge, std::size_t{1} << 47);  // no thread gets that much
   for (const bool hasThreads : {true, false}) {
     std::latch all(5);
-    pthread_setattr_default_np(hasThreads ? &usual : &huge);
+    std::optional<ThreadShortage> shortage;
+    if (!hasThreads) shortage.emplace();
     const auto body = [&](std::size_t i) {
       all.count_down();
       if (hasThreads) all.wait();
       if (i % 2 == 1) throw i;
     };
     EXPECT_THROW(concurrently(5, body), std::size_t);
-    pthread_setattr_default_np(&usual);
     EXPECT_TRUE(all.try_wait());
   }
 }
@@ -255,10 +240,10 @@ TEST(Concurrently, RunsEachBodyOnceAndThrowsWhatOneThrew) {
 TEST(Codecs, GiveNothingWithoutMemory) {
   const Bitmap bitmap = picture(200, 200);
   const Data jpegFile = jpeg(bitmap, 0.9), pngFile = png(bitmap);
-  largestAllocation = 5000;
+  refusedSize = 5000;
   EXPECT_FALSE(ImageCodec::encodeJPEG(bitmap, 0.9F, 3) || ImageCodec::decodeJPEG(jpegFile, 3));
   EXPECT_FALSE(ImageCodec::encodePNG(bitmap) || ImageCodec::decodePNG(pngFile));
-  largestAllocation = SIZE_MAX;
+  refusedSize = SIZE_MAX;
 }
 
 }  // namespace

@@ -6,6 +6,7 @@
 #include "Tarnwick/Platform/NSThread.hpp"
 #include "Tests/Endpoints.hpp"
 #include "Tests/Process.hpp"
+#include "Tests/Shortage.hpp"
 
 #if defined(TARNWICK_TEST_FAULTS)
 // The linker leads these calls of the library here, so that a test can let them fail.
@@ -28,14 +29,6 @@ int __wrap_pthread_mutex_init(pthread_mutex_t* mutex, const pthread_mutexattr_t*
 }
 // NOLINTEND(bugprone-reserved-identifier)
 #endif
-
-std::atomic<std::size_t> refusedSize = SIZE_MAX;  // allocations of it and above fail
-[[gnu::noinline]] void* operator new(std::size_t size) {
-  if (size >= refusedSize) throw std::bad_alloc();
-  return std::malloc(size);
-}
-[[gnu::noinline]] void operator delete(void* memory) noexcept { std::free(memory); }
-void operator delete(void* memory, std::size_t) noexcept { operator delete(memory); }
 
 namespace tarnwick::test {
 namespace {
@@ -228,14 +221,10 @@ TEST(LifeCycle, OutlastsALackOfThreadsAndMemory) {
     EXPECT_THROW(serving.server->beginOperation(), std::exception);
     EXPECT_THROW(sending.client->beginOperation(), std::exception);
   };
-  pthread_attr_t usual, huge;
-  pthread_getattr_default_np(&usual);
-  pthread_getattr_default_np(&huge);
-  pthread_attr_setstacksize(&huge, std::size_t{1} << 50);
-  pthread_setattr_default_np(&huge);
-  expectNoStart();
-  pthread_setattr_default_np(&usual);
-
+  {
+    const ThreadShortage shortage;
+    expectNoStart();
+  }
   const Data large(40'000);
   serving.server->setName(std::string(70'000, 's'));
   sending.client->setName(std::string(70'000, 'c'));

@@ -1,11 +1,8 @@
 #include <gtest/gtest.h>
 
 #include <array>
-#include <atomic>
 #include <cmath>
-#include <cstdlib>
 #include <functional>
-#include <new>
 #include <numbers>
 #include <random>
 
@@ -13,6 +10,7 @@
 #include "Tarnwick/Platform/ImageDrawing.hpp"
 #include "Tarnwick/Tarnwick.hpp"
 #include "Tests/Pictures.hpp"
+#include "Tests/Shortage.hpp"
 
 namespace tarnwick::test {
 namespace {
@@ -249,8 +247,6 @@ TEST(Image, KeepsTransparencyWhereverItIsAndMixesInNothingOfIt) {
   }
 }
 
-std::atomic<std::int64_t> allocationsUntilOneFails = -1;  // below 0: none fails
-
 TEST(Image, IsAbsentOrAsItWasWhenMemoryIsShort) {
   const auto source = NSImage::fromBitmap(picture(40, 30)), target = NSImage::create({10, 20}),
              large = NSImage::fromBitmap(picture(1025, 1024));  // scaled in two halves
@@ -263,13 +259,13 @@ TEST(Image, IsAbsentOrAsItWasWhenMemoryIsShort) {
   int thrown = 0;
   /// Calls `make` with one allocation failing after so many others; whether it needs no more.
   const auto isMade = [&](const auto& make, std::int64_t allocations) {
-    allocationsUntilOneFails = allocations;
+    allocationsUntilFailure = allocations;
     try {
       make();
     } catch (const std::bad_alloc&) {
       ++thrown;
     }
-    return allocationsUntilOneFails.exchange(-1) >= 0;
+    return allocationsUntilFailure.exchange(-1) >= 0;
   };
   for (const auto& [make, mayThrow] : std::vector<std::pair<std::function<void()>, int>>{
            {[&] { image = NSImage::create(size); }, 1},  // without memory for the object itself
@@ -299,11 +295,3 @@ TEST(Image, IsAbsentOrAsItWasWhenMemoryIsShort) {
 
 }  // namespace
 }  // namespace tarnwick::test
-
-void* operator new(std::size_t size) {
-  const bool fails = tarnwick::test::allocationsUntilOneFails-- == 0;
-  void* const memory = fails ? nullptr : std::malloc(size);
-  return memory != nullptr ? memory : throw std::bad_alloc();
-}
-void operator delete(void* memory) noexcept { std::free(memory); }
-void operator delete(void* memory, std::size_t) noexcept { std::free(memory); }

@@ -1,7 +1,6 @@
 #include <gtest/gtest.h>
 
-#include <new>
-
+#include "Tests/Shortage.hpp"
 #include "Tests/Stream.hpp"
 
 // Each allocation on the way of an object fails once: the process lives, and the next object
@@ -10,18 +9,16 @@
 namespace tarnwick::test {
 namespace {
 
-std::atomic<std::int64_t> countdown = 0;  // to the allocation that fails
-std::atomic<bool> hasFailed = false;
 std::deque<Data> waiting;  // what a receiver's endpoint holds, as if it had come
 
 /// Whether the n-th allocation of `act`, or of what it starts until `isOver`, came and failed.
 bool fails(std::int64_t n, auto act, auto isOver) {
-  hasFailed = false;
-  countdown = n;
+  const int before = failedAllocations;
+  allocationsUntilFailure = n - 1;
   act();
   EXPECT_TRUE(eventually(isOver));
-  countdown = 0;
-  return hasFailed && !testing::Test::HasFailure();
+  allocationsUntilFailure = -1;
+  return failedAllocations != before && !testing::Test::HasFailure();
 }
 
 }  // namespace
@@ -55,7 +52,7 @@ using Kinds = testing::Types<RxVideoUDP, RxImageUDP, RxAudioUDP>;
 TYPED_TEST_SUITE(Memory, Kinds);
 
 TYPED_TEST(Memory, RunsOutForAReceiver) {
-  this->application->onObject = [] { countdown = 0; };
+  this->application->onObject = [] { allocationsUntilFailure = -1; };
   const auto isOver = [this, owners = this->receiver.use_count()] {
     return this->receiver.use_count() == owners;  // what was dropped is gone
   };
@@ -111,14 +108,3 @@ TEST(SenderMemory, RunsOut) {
 
 }  // namespace
 }  // namespace tarnwick::test
-
-// Inlined, g++ would take them for a mismatch of malloc() and delete.
-[[gnu::noinline]] void* operator new(std::size_t size) {
-  using namespace tarnwick::test;
-  const bool fails = countdown > 0 && countdown.fetch_sub(1) == 1;
-  if (fails) hasFailed = true;
-  void* const memory = fails ? nullptr : std::malloc(size);
-  return memory == nullptr ? throw std::bad_alloc() : memory;
-}
-[[gnu::noinline]] void operator delete(void* memory) noexcept { std::free(memory); }
-[[gnu::noinline]] void operator delete(void* memory, std::size_t) noexcept { std::free(memory); }

@@ -2,24 +2,13 @@
 #include <poll.h>
 
 #include <algorithm>
-#include <cstdlib>
-#include <new>
 #include <stdexcept>
 
 #include "Tarnwick/Platform/Concurrently.hpp"
 #include "Tarnwick/Platform/DispatchSemaphore.hpp"
 #include "Tarnwick/Tarnwick.hpp"
+#include "Tests/Shortage.hpp"
 #include "Tests/Support.hpp"
-
-static thread_local bool isMemoryLeft = true;
-
-// Not inlined, since g++ would take free() for a mismatch with `new`.
-void* operator new(std::size_t size) {
-  if (void* const memory = isMemoryLeft ? std::malloc(size) : nullptr) return memory;
-  throw std::bad_alloc();
-}
-[[gnu::noinline]] void operator delete(void* memory) noexcept { std::free(memory); }
-[[gnu::noinline]] void operator delete(void* memory, std::size_t) noexcept { std::free(memory); }
 
 namespace tarnwick::test {
 namespace {
@@ -273,17 +262,12 @@ TEST_F(OperationQueue, SurvivesAThreadThatCannotBeStartedAndMissingMemory) {
   isMemoryLeft = true;
   pending->finish(true);
   EXPECT_EQ(completions, 1);  // on this thread, as no queue has it
-#if defined(__GLIBC__)
-  pthread_attr_t usual, huge;
-  pthread_getattr_default_np(&usual);
-  pthread_getattr_default_np(&huge);
-  pthread_attr_setstacksize(&huge, std::size_t{1} << 50);
-  pthread_setattr_default_np(&huge);
-  for (int i = 0; i < 2; ++i) add([this](Work&) { done.signal(); });
-  pthread_setattr_default_np(&usual);
+  {
+    const ThreadShortage shortage;
+    for (int i = 0; i < 2; ++i) add([this](Work&) { done.signal(); });
+  }
   queue.reset();  // which tries again
   EXPECT_TRUE(done.wait(deadline) && done.wait(deadline));
-#endif
 }
 
 }  // namespace
