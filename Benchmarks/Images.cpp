@@ -17,14 +17,15 @@
 
 #include "Comparison.hpp"
 #include "Desktop.hpp"
+#include "Tarnwick/Platform/JPEGStrips.hpp"
 
 namespace tarnwick::benchmarks {
 namespace {
 
 int qualityOf(float factor) { return static_cast<int>(std::lround(factor * 100)); }
 
-/// What the library does for one, with as much; `restartRows` apart, as we mark files.
-Data encodeDirectly(const Bitmap& bitmap, float factor, int restartRows = 1) {
+/// What the library does for one file, with restart markers as our files have them, or none.
+Data encodeDirectly(const Bitmap& bitmap, float factor, bool hasMarkers = true) {
   jpeg_compress_struct info;
   jpeg_error_mgr errors;
   info.err = jpeg_std_error(&errors);
@@ -41,7 +42,9 @@ Data encodeDirectly(const Bitmap& bitmap, float factor, int restartRows = 1) {
   jpeg_set_quality(&info, quality, TRUE);
   info.comp_info[0].h_samp_factor = quality < 80 ? 2 : 1;
   info.comp_info[0].v_samp_factor = quality < 50 ? 2 : 1;
-  info.restart_in_rows = restartRows;
+  const std::int64_t unitWidth = 8 * info.comp_info[0].h_samp_factor;
+  const std::int64_t unitsInRow = (bitmap.width + unitWidth - 1) / unitWidth;
+  if (hasMarkers) info.restart_interval = static_cast<unsigned>(restartInterval(unitsInRow));
   jpeg_start_compress(&info, TRUE);
   while (info.next_scanline < info.image_height) {
     auto* row = const_cast<JSAMPLE*>(bitmap.row(info.next_scanline));
@@ -106,7 +109,7 @@ void addCodec(std::int64_t width, std::int64_t height) {
 }
 
 void addForeign() {
-  const Data file = encodeDirectly(desktop(1920, 1080), 0.75F, 0);
+  const Data file = encodeDirectly(desktop(1920, 1080), 0.75F, false);
   compare(
       "decoding 1920x1080 of other encoders, without restart markers", {1.02},
       [file](benchmark::State& state) {

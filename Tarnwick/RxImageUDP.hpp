@@ -23,11 +23,16 @@ class RxImageUDPDelegate {
  public:
   virtual ~RxImageUDPDelegate() = default;
 
-  /// An image is complete and decoded; never null, and the application's own. `bounds` is the
-  /// rectangle that it covers, in pixels of the sender's screen from its top left, or absent when
-  /// it is the whole screen. Called on a thread of the receiver's operation queue, one call at a
-  /// time, in the order in which the images became complete; images complete by then may still come
-  /// after endOperation().
+  /// An image is complete and decoded. It is never null and belongs to the application. `bounds` is
+  /// the rectangle that it covers, in pixels of the sender's screen from its top left, or absent
+  /// when it is the whole screen. An image may have another size than its bounds: scale it into
+  /// them. If it is smaller than bounds that begin at 0, 0, it is a preview of the whole screen,
+  /// which has the size of the bounds. A receiver that starts late gets regions first: do not wait
+  /// for an image without bounds.
+  ///
+  /// Called on a thread of the receiver's operation queue, one call at a time, in the order in
+  /// which the images became complete. Images that are complete by then may still come after
+  /// endOperation().
   virtual void imageReceived(std::shared_ptr<NSImage> image, std::optional<CGRect> bounds) = 0;
 };
 

@@ -63,7 +63,7 @@ check complains 1 "$receiver" audio frames --port "$port"
 mkfifo stalled
 exec {stalled}<>stalled
 cat sent-1.jpg >&"$stalled"
-"$sender" video 127.0.0.1 stalled --port "$port" &>said &
+"${limited[@]}" "$sender" video 127.0.0.1 stalled --port "$port" &>said &
 stalling=$!
 processes+=("$stalling")
 check waitFor test -e frames/frame-000007.jpg
