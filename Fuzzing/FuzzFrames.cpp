@@ -1,14 +1,9 @@
 // A script of calls reaches each buffer: a size, and then an action a byte. What comes out is what
 // a string of the announced size says.
 #include <Tarnwick/Tarnwick.hpp>
-#include <algorithm>
-#include <cstdlib>
 #include <span>
-#include <string>
 
 using namespace tarnwick;
-
-namespace {
 
 void play(auto frame, std::int64_t size, std::span<const std::uint8_t> actions) {
   constexpr std::uint8_t merge = 0xFF, longestChunk = 0x7F;
@@ -35,8 +30,6 @@ void play(auto frame, std::int64_t size, std::span<const std::uint8_t> actions) 
     if (frame.getData() != expected) std::abort();
   }
 }
-
-}  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* input, std::size_t length) {
   if (length < 2) return 0;

@@ -2,7 +2,6 @@
 // sent on.
 #include <Tarnwick/Platform/ImageCodec.hpp>
 #include <Tarnwick/Tarnwick.hpp>
-#include <cstdlib>
 
 using namespace tarnwick;
 

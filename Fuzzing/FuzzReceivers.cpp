@@ -6,8 +6,6 @@
 using namespace tarnwick;
 using namespace tarnwick::test;
 
-namespace {
-
 template <typename Receiver>
 void hear(Receiver& receiver, Data datagram) {
   const RxMessage message = Receiver::classify(datagram);
@@ -48,8 +46,6 @@ void play(std::string_view script) {
     if (arrivals->objects.await() != object) std::abort();
   }
 }
-
-}  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* input, std::size_t size) {
   const std::string_view script(reinterpret_cast<const char*>(input), size);

@@ -3,9 +3,7 @@
 
 #include <algorithm>
 #include <bit>
-#include <cerrno>
 #include <cmath>
-#include <cstdlib>
 #include <ranges>
 #include <regex>
 #include <sstream>
@@ -13,8 +11,6 @@
 #include "Tarnwick/Platform/Text.hpp"
 
 using namespace tarnwick;
-
-namespace {
 
 void expect(bool holds) {
   if (!holds) std::abort();
@@ -83,8 +79,6 @@ void check(const std::string& text) {
   const double wide = std::strtod(text.c_str(), nullptr);
   expect(std::isinf(wide) || std::strtod(shortestDecimal(wide).c_str(), nullptr) == wide);
 }
-
-}  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* input, std::size_t size) {
   // As many bytes as the regular expressions can be trusted with, which go as deep as the text.

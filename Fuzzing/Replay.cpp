@@ -1,9 +1,7 @@
 // Runs a fuzz target over the files of a directory, for compilers that have no fuzzer.
-#include <cstdint>
 #include <filesystem>
 #include <fstream>
 #include <iostream>
-#include <iterator>
 #include <vector>
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t size);

@@ -4,21 +4,11 @@
 //   displays save WHAT FILE.png                     the picture as a file
 //
 // WHAT is a display, like :1, or a PNG file. A picture of another size is scaled to the first's.
-#include <Tarnwick/Tarnwick.hpp>
-#include <cstdlib>
-#include <exception>
 #include <fstream>
 #include <iostream>
-#include <iterator>
-#include <memory>
-#include <stdexcept>
-#include <string>
-#include <vector>
 
 #include "Screenshare/Screen.hpp"
 #include "Tests/Pictures.hpp"
-
-namespace {
 
 using tarnwick::CGRect, tarnwick::NSImage;
 
@@ -36,8 +26,8 @@ std::shared_ptr<NSImage> load(const std::string& what) {
 
 void compare(NSImage& left, std::shared_ptr<NSImage> right, const CGRect& area) {
   if (right->size() != left.size()) right = resize(*right, left.size());
-  std::cout << tarnwick::test::psnr(*crop(left, area)->bitmap(), *crop(*right, area)->bitmap())
-            << "\n";
+  const auto one = crop(left, area), other = crop(*right, area);
+  std::cout << tarnwick::test::psnr(*one->bitmap(), *other->bitmap()) << "\n";
 }
 
 void save(const NSImage& image, const std::string& name) {
@@ -47,19 +37,16 @@ void save(const NSImage& image, const std::string& name) {
   if (!file.flush()) throw std::runtime_error("cannot write " + name);
 }
 
-}  // namespace
-
 int main(int argc, char** argv) try {
   const std::vector<std::string> words(argv + 1, argv + argc);
   const std::shared_ptr<NSImage> image = load(words.at(1));
   if (words.at(0) == "save") {
     save(*image, words.at(2));
-  } else if (words.size() < 7) {
-    compare(*image, load(words.at(2)), {{}, image->size()});
   } else {
-    compare(
-        *image, load(words.at(2)),
-        {{std::stod(words[3]), std::stod(words[4])}, {std::stod(words[5]), std::stod(words[6])}});
+    const auto number = [&](std::size_t i) { return std::stod(words[i]); };
+    CGRect area{{}, image->size()};
+    if (words.size() == 7) area = {{number(3), number(4)}, {number(5), number(6)}};
+    compare(*image, load(words.at(2)), area);
   }
   return EXIT_SUCCESS;
 } catch (const std::exception& error) {

@@ -1,14 +1,10 @@
 // One end of a stream of images that does not end by itself: endless send|receive PORT. The
 // receiver says of each image whether it is one of those that are sent.
-#include <cstring>
 
 #include "Session.hpp"
-#include "Tarnwick/Platform/Log.hpp"
 
 using namespace tarnwick;
 using namespace tarnwick::test;
-
-namespace {
 
 void send(std::uint16_t port) {
   Source<RxImageUDP> source(port, 1400);
@@ -30,10 +26,8 @@ void receive(std::uint16_t port) {
   }
 }
 
-}  // namespace
-
 int main(int argc, char** argv) {
   if (argc != 3) return 2;
   const auto port = static_cast<std::uint16_t>(std::atoi(argv[2]));
-  std::strcmp(argv[1], "send") == 0 ? send(port) : receive(port);
+  std::string_view(argv[1]) == "send" ? send(port) : receive(port);
 }

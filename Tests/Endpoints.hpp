@@ -2,9 +2,6 @@
 
 #include <gtest/gtest.h>
 
-#include <limits>
-
-#include "Tarnwick/Tarnwick.hpp"
 #include "Tests/Support.hpp"
 
 namespace tarnwick::test {

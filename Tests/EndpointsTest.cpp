@@ -1,8 +1,6 @@
 #include <sys/prctl.h>
 #include <sys/resource.h>
 
-#include <atomic>
-
 #include "Tarnwick/Platform/NSThread.hpp"
 #include "Tests/Endpoints.hpp"
 #include "Tests/Process.hpp"
@@ -31,9 +29,6 @@ int __wrap_pthread_mutex_init(pthread_mutex_t* mutex, const pthread_mutexattr_t*
 #endif
 
 namespace tarnwick::test {
-namespace {
-
-// --- Set-up ---
 
 TEST(SetUp, RefusesWhatIsTakenOrNoAddress) {
   const Peer holder;
@@ -79,8 +74,6 @@ TEST(SetUp, CapsTheBufferSizeAndNothingElse) {
   }
 }
 
-// --- Threads ---
-
 TEST(Threads, StepFromTheNiceValueOfTheProcess) {
   const auto settings = [] {
     return std::pair(getpriority(PRIO_PROCESS, 0), prctl(PR_GET_TIMERSLACK));
@@ -117,8 +110,6 @@ TEST(Threads, AreWokenByASemaphore) {
   other.join();
   EXPECT_LT(std::chrono::steady_clock::now() - start, deadline);
 }
-
-// --- Life cycle ---
 
 TEST(LifeCycle, EndsBeforeTheStartAndFromInsideACall) {
   auto responder = std::make_shared<Responder>();
@@ -247,5 +238,4 @@ TEST(LifeCycle, OutlastsALackOfThreadsAndMemory) {
   refusedSize = SIZE_MAX;
 }
 
-}  // namespace
 }  // namespace tarnwick::test

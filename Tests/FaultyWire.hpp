@@ -1,10 +1,6 @@
 #pragma once
 
-#include <algorithm>
-#include <atomic>
 #include <random>
-#include <thread>
-#include <vector>
 
 #include "Stream.hpp"
 
@@ -26,8 +22,6 @@ class FaultyWire {
   FaultyWire(std::uint16_t target, Faults faults, std::uint32_t seed)
       : faults_(faults), far_(target), random_(seed) {}
   ~FaultyWire() { finish(); }
-  FaultyWire(const FaultyWire&) = delete;
-  FaultyWire& operator=(const FaultyWire&) = delete;
 
   [[nodiscard]] std::uint16_t port() const { return near_.port(); }
 

@@ -2,14 +2,11 @@
 // receiver if not told otherwise. Fails when a receiver delivers nothing any more, keeps memory, or
 // does not end.
 #include <iostream>
-#include <stop_token>
 
 #include "Session.hpp"
 
 using namespace tarnwick;
 using namespace tarnwick::test;
-
-namespace {
 
 /// Texts, noise and announcements without their objects or their ends, all of a size.
 template <typename Receiver>
@@ -41,21 +38,18 @@ std::int64_t say(const std::vector<Data>& datagrams, std::uint16_t port,
 template <typename Receiver>
 bool withstands(const char* kind, double seconds) {
   constexpr std::size_t sizes[]{1, 64, 1400, 65500};
-  const auto arrivals = std::make_shared<Arrivals>();
-  const auto [receiver, port] = onFreePort(
-      [&](std::uint16_t free) { return Receiver::create("receiver", free, 65500, arrivals); });
-  receiver->beginOperation();
+  const Receiving<Receiver> end;
+  end.receiver->beginOperation();
   std::int64_t number = 1;
-  const auto delivers = [&, free = port] {
-    return arrivesAfter<Receiver>(number++, *arrivals, free).has_value();
+  const auto delivers = [&] {
+    return arrivesAfter<Receiver>(number++, *end.application, end.port).has_value();
   };
   bool isRight = delivers();
   const Holdings before = holdings();
   for (const std::size_t size : sizes) {
     const std::vector<Data> datagrams = rubbish<Receiver>(size);
     std::int64_t said = 0;
-    std::jthread flood(
-        [&, free = port](const std::stop_token& end) { said = say(datagrams, free, end); });
+    std::jthread flood([&](auto stop) { said = say(datagrams, end.port, stop); });
     std::this_thread::sleep_for(std::chrono::duration<double>(seconds / std::size(sizes)));
     const Holdings during = holdings();
     flood.request_stop();
@@ -69,18 +63,15 @@ bool withstands(const char* kind, double seconds) {
               << (isClean ? "\n" : "; KEEPS MORE\n");
   }
   const std::vector<Data> datagrams = rubbish<Receiver>(1400);
-  const std::jthread flood(
-      [&, free = port](const std::stop_token& end) { say(datagrams, free, end); });
+  const std::jthread flood([&](auto stop) { say(datagrams, end.port, stop); });
   std::this_thread::sleep_for(std::chrono::milliseconds(50));
   const auto start = std::chrono::steady_clock::now();
-  receiver->endOperation();
-  const bool isEnded = eventually([&, free = port] { return isPortFree(free); });
+  end.receiver->endOperation();
+  const bool isEnded = eventually([&] { return isPortFree(end.port); });
   const std::chrono::duration<double, std::milli> time = std::chrono::steady_clock::now() - start;
   std::cerr << kind << ": ended in " << time.count() << " ms\n";
   return isRight && isEnded;
 }
-
-}  // namespace
 
 int main(int argc, char** argv) {
   const double seconds = argc > 1 ? std::atof(argv[1]) : 1;

@@ -1,8 +1,6 @@
 #include <gtest/gtest.h>
 #include <sys/wait.h>
-#include <unistd.h>
 
-#include <algorithm>
 #include <cmath>
 #include <unordered_set>
 
@@ -11,13 +9,10 @@
 #include "Tests/Support.hpp"
 
 namespace tarnwick::test {
-namespace {
 
 using Limits = std::numeric_limits<std::int64_t>;
 
 constexpr double infinity = std::numeric_limits<double>::infinity();
-
-// --- Fatal errors, log lines ---
 
 struct Fatal : testing::Test {
   Fatal() { GTEST_FLAG_SET(death_test_style, "threadsafe"); }
@@ -148,8 +143,6 @@ TEST_F(Fatal, IsNoClosedPipe) {
   EXPECT_EXIT(log(), testing::ExitedWithCode(0), "");
 }
 
-// --- UDPError ---
-
 TEST_F(Fatal, NamesTheCasesOfUDPError) {
   std::unordered_set<UDPError> different;
   std::int64_t rawValue = -999;
@@ -177,5 +170,4 @@ TEST_F(Fatal, NamesTheCasesOfUDPError) {
   }
 }
 
-}  // namespace
 }  // namespace tarnwick::test

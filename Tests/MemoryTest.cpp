@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include "Tests/Pictures.hpp"
 #include "Tests/Shortage.hpp"
 #include "Tests/Stream.hpp"
 
@@ -7,7 +8,6 @@
 // arrives whole.
 
 namespace tarnwick::test {
-namespace {
 
 std::deque<Data> waiting;  // what a receiver's endpoint holds, as if it had come
 
@@ -21,8 +21,6 @@ bool fails(std::int64_t n, auto act, auto isOver) {
   return failedAllocations != before && !testing::Test::HasFailure();
 }
 
-}  // namespace
-
 // In place of UDPServer::recieve() and UDPServer::clearRxQueue().
 std::optional<Data> recieve(UDPServer*) asm("__wrap__ZN8tarnwick9UDPServer7recieveEv");
 std::optional<Data> recieve(UDPServer*) {
@@ -32,8 +30,6 @@ std::optional<Data> recieve(UDPServer*) {
 }
 void clearRxQueue(UDPServer*) asm("__wrap__ZN8tarnwick9UDPServer12clearRxQueueEv");
 void clearRxQueue(UDPServer*) { waiting.clear(); }
-
-namespace {
 
 template <typename Receiver>
 struct Memory : testing::Test, Receiving<Receiver> {
@@ -106,5 +102,48 @@ TEST(SenderMemory, RunsOut) {
   sender->endOperation();
 }
 
-}  // namespace
+TEST(Image, IsAbsentOrAsItWasWhenMemoryIsShort) {
+  const auto source = NSImage::fromBitmap(picture(40, 30)), target = NSImage::create({10, 20}),
+             large = NSImage::fromBitmap(picture(1025, 1024));  // scaled in two halves
+  const Data file = *source->pngRepresentation(), before = target->bitmap()->pixels;
+  const CGSize size{7, 9};
+  const CGRect area{{}, size};
+  std::shared_ptr<NSImage> image;
+  std::optional<Data> encoded;
+  const auto encode = [&] { encoded = source->jpegRepresentation(0.5F); };
+  const auto draw = [&] { target->draw(*source, {{}, {20, 10}}, area), image = target; };
+  int thrown = 0;
+  /// Calls `make` with one allocation failing after so many others; whether it needs no more.
+  const auto isMade = [&](const auto& make, std::int64_t allocations) {
+    allocationsUntilFailure = allocations;
+    try {
+      make();
+    } catch (const std::bad_alloc&) {
+      ++thrown;
+    }
+    return allocationsUntilFailure.exchange(-1) >= 0;
+  };
+  for (const auto& [make, mayThrow] : std::vector<std::pair<std::function<void()>, int>>{
+           {[&] { image = NSImage::create(size); }, 1},  // without memory for the object itself
+           {[&] { image = crop(*source, area); }, 1},
+           {[&] { image = resize(*source, size); }, 1},
+           {[&] { image = resize(*large, size); }, 1},
+           {[&] { image = NSImage::fromData(file); }, 0},
+           {[&] { encoded = source->pngRepresentation(); }, 0},
+           {encode, 0},
+           {draw, 1000}}) {
+    bool isDone = false;
+    for (std::int64_t i = thrown = 0; !isDone; i += 1 + i / 16) {
+      image = nullptr;
+      encoded = std::nullopt;
+      isDone = isMade(make, i);
+      EXPECT_EQ((image && image->bitmap()) || encoded, isDone) << i;
+      EXPECT_TRUE(!image || mayThrow != 1 || image->size() == size);
+      EXPECT_EQ(target->bitmap()->pixels == before, image != target);
+    }
+    EXPECT_LE(thrown, mayThrow);
+  }
+  EXPECT_TRUE(isMade(encode, 1));  // a copy of the last file
+}
+
 }  // namespace tarnwick::test

@@ -2,11 +2,8 @@
 
 #include <algorithm>
 #include <cmath>
-#include <cstdint>
-#include <limits>
-#include <vector>
 
-#include "Tarnwick/Platform/Bitmap.hpp"
+#include "Tarnwick/Tarnwick.hpp"
 
 namespace tarnwick::test {
 

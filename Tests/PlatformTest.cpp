@@ -1,18 +1,15 @@
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <clocale>
 #include <locale>
 
+#include "Tarnwick/Platform/Concurrently.hpp"
 #include "Tarnwick/Platform/DataStore.hpp"
 #include "Tarnwick/Platform/Text.hpp"
-#include "Tarnwick/Tarnwick.hpp"
+#include "Tests/Shortage.hpp"
 #include "Tests/Support.hpp"
 
 namespace tarnwick::test {
-namespace {
-
-// --- Text ---
 
 // What is read as text and as numbers, and what is not: see Fuzzing/FuzzText.cpp and its seeds,
 // whose texts are lines.
@@ -47,8 +44,6 @@ TEST(Response, HasElevenRawValues) {
   for (std::uint8_t i = 0; i < 20; ++i) EXPECT_EQ(rxResponseFromRawValue(i).has_value(), i < 11);
 }
 
-// --- The store of datagrams ---
-
 TEST(DataStore, GivesMemoryAgainAndKeepsNoMoreThanItMay) {
   DataStore store;
   Data first = store.copy(Data(1000, 7));
@@ -75,5 +70,86 @@ TEST(DataStore, LetsALaterStreamTakeThePlaceOfAnEarlierOne) {
   EXPECT_EQ(store.keptBytes(), DataStore::mostBytes - std::size_t{3} * 65'536);
 }
 
-}  // namespace
+struct MainQueue : testing::Test {
+  [[nodiscard]] bool isReadable() const {
+    pollfd entry{queue.fileDescriptor(), POLLIN, 0};
+    return poll(&entry, 1, 0) == 1;
+  }
+  auto mark(int number) {
+    return [this, number] { order.push_back(number); };
+  }
+
+  DispatchQueue& queue = DispatchQueue::main();
+  std::vector<int> order;  // unguarded: two blocks at once would be a race
+};
+
+TEST_F(MainQueue, RunsWhatWaitsInOrderAndLeavesTheRest) {
+  queue.async([&] {
+    EXPECT_FALSE(isReadable());  // although the next one waits, which this drain() runs
+    queue.async(mark(2));
+    EXPECT_TRUE(isReadable());
+    EXPECT_EQ(queue.drain(), 0U);
+    mark(0)();
+  });
+  EXPECT_TRUE(isReadable());
+  queue.async(mark(1));
+  for (const std::size_t count : {2U, 1U}) {
+    EXPECT_TRUE(isReadable());
+    EXPECT_EQ(queue.drain(), count);
+  }
+  EXPECT_FALSE(isReadable());
+  EXPECT_EQ(queue.drain(), 0U);
+  EXPECT_EQ(order, (std::vector{0, 1, 2}));
+}
+
+TEST_F(MainQueue, LetsAnExceptionPassAndKeepsTheRest) {
+  queue.async([] { throw std::runtime_error("block"); });
+  queue.async(mark(0));
+  EXPECT_THROW(queue.drain(), std::runtime_error);
+  EXPECT_TRUE(order.empty() && isReadable());
+  EXPECT_EQ(queue.drain(), 1U);
+}
+
+TEST_F(MainQueue, ChangesNothingWhenNoMemoryIsLeft) {
+  for (int i = 0; i < 100; ++i) {  // only some of them need memory
+    isMemoryLeft = false;
+    try {
+      queue.async([] {});
+      queue.drain();
+    } catch (const std::bad_alloc&) {
+    }
+    isMemoryLeft = true;
+    EXPECT_FALSE(isReadable());
+  }
+}
+
+TEST_F(MainQueue, RunsUntilStopped) {
+  queue.stop();
+  queue.run();
+  DispatchSemaphore ran;
+  std::thread runner([this] { queue.run(); });
+  for (int i = 0; i < 3; ++i) {
+    queue.async([&] { ran.signal(); });
+    EXPECT_TRUE(ran.wait(deadline));
+  }
+  queue.stop();
+  runner.join();
+}
+
+TEST_F(MainQueue, LetsOneThreadDrainAtATime) {
+  std::atomic<std::size_t> drainers = 0, ran = 0;
+  DispatchSemaphore next;
+  queue.async([&] {
+    EXPECT_TRUE(eventually([&] { return drainers == 2; }));
+    EXPECT_FALSE(next.wait(std::chrono::milliseconds(30)));
+  });
+  queue.async([&] { next.signal(); });
+  for (int i = 0; i < 500; ++i) queue.async([this, mark = mark(i)] { queue.async(mark); });
+  concurrently(2, [&](std::size_t) {
+    ++drainers;
+    EXPECT_TRUE(eventually([&] { return (ran += queue.drain()) == 1002; }));
+  });
+  EXPECT_TRUE(order.size() == 500 && std::is_sorted(order.begin(), order.end()));
+}
+
 }  // namespace tarnwick::test

@@ -2,11 +2,9 @@
 
 #include <unistd.h>
 
-#include <cstdint>
 #include <filesystem>
 #include <fstream>
 #include <sstream>
-#include <string>
 
 namespace tarnwick::test {
 
@@ -54,12 +52,9 @@ inline std::int64_t droppedAt(std::uint16_t port) {
     std::istringstream row(line);
     std::string field, address;
     row >> field >> address;
-    while (row >> field) continue;  // the last one counts them
-    const std::size_t colon = address.find(':');
-    if (colon == std::string::npos || std::stoi(address.substr(colon + 1), nullptr, 16) != port) {
-      continue;
-    }
-    dropped += std::stoll(field);
+    while (row >> field) continue;                                  // the last one counts them
+    const std::string hex = address.substr(address.find(':') + 1);  // no number in the header
+    if (std::strtol(hex.c_str(), nullptr, 16) == port) dropped += std::stoll(field);
   }
   return dropped;
 }

@@ -3,14 +3,12 @@
 #include <fstream>
 #include <regex>
 #include <sstream>
-#include <tuple>
 
 #include "Tests/Stream.hpp"
 
 // The tables of Tests/Vectors, most of which Documentation/Protocol.md shows.
 
 namespace tarnwick::test {
-namespace {
 
 using Params = std::vector<std::string>;
 
@@ -137,5 +135,4 @@ TEST(Protocol, DeliversWhatWasAnnounced) {
   expectExchange<RxAudioUDP>("pieces", "audio");
 }
 
-}  // namespace
 }  // namespace tarnwick::test

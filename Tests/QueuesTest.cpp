@@ -1,113 +1,18 @@
 #include <gtest/gtest.h>
-#include <poll.h>
 
-#include <algorithm>
-#include <stdexcept>
-
-#include "Tarnwick/Platform/Concurrently.hpp"
-#include "Tarnwick/Platform/DispatchSemaphore.hpp"
-#include "Tarnwick/Tarnwick.hpp"
 #include "Tests/Shortage.hpp"
 #include "Tests/Support.hpp"
 
 namespace tarnwick::test {
-namespace {
 
 /// Long enough for most of what must not happen to happen, if it can.
 constexpr std::chrono::milliseconds moment{30};
 
-// --- Main queue ---
-
-struct MainQueue : testing::Test {
-  [[nodiscard]] bool isReadable() const {
-    pollfd entry{queue.fileDescriptor(), POLLIN, 0};
-    return poll(&entry, 1, 0) == 1;
-  }
-  auto mark(int number) {
-    return [this, number] { order.push_back(number); };
-  }
-
-  DispatchQueue& queue = DispatchQueue::main();
-  std::vector<int> order;  // unguarded: two blocks at once would be a race
-};
-
-TEST_F(MainQueue, RunsWhatWaitsInOrderAndLeavesTheRest) {
-  queue.async([&] {
-    EXPECT_FALSE(isReadable());  // although the next one waits, which this drain() runs
-    queue.async(mark(2));
-    EXPECT_TRUE(isReadable());
-    EXPECT_EQ(queue.drain(), 0U);
-    mark(0)();
-  });
-  EXPECT_TRUE(isReadable());
-  queue.async(mark(1));
-  for (const std::size_t count : {2U, 1U}) {
-    EXPECT_TRUE(isReadable());
-    EXPECT_EQ(queue.drain(), count);
-  }
-  EXPECT_FALSE(isReadable());
-  EXPECT_EQ(queue.drain(), 0U);
-  EXPECT_EQ(order, (std::vector{0, 1, 2}));
-}
-
-TEST_F(MainQueue, LetsAnExceptionPassAndKeepsTheRest) {
-  queue.async([] { throw std::runtime_error("block"); });
-  queue.async(mark(0));
-  EXPECT_THROW(queue.drain(), std::runtime_error);
-  EXPECT_TRUE(order.empty() && isReadable());
-  EXPECT_EQ(queue.drain(), 1U);
-}
-
-TEST_F(MainQueue, ChangesNothingWhenNoMemoryIsLeft) {
-  for (int i = 0; i < 100; ++i) {  // only some of them need memory
-    isMemoryLeft = false;
-    try {
-      queue.async([] {});
-      queue.drain();
-    } catch (const std::bad_alloc&) {
-    }
-    isMemoryLeft = true;
-    EXPECT_FALSE(isReadable());
-  }
-}
-
-TEST_F(MainQueue, RunsUntilStopped) {
-  queue.stop();
-  queue.run();
-  DispatchSemaphore ran;
-  std::thread runner([this] { queue.run(); });
-  for (int i = 0; i < 3; ++i) {
-    queue.async([&] { ran.signal(); });
-    EXPECT_TRUE(ran.wait(deadline));
-  }
-  queue.stop();
-  runner.join();
-}
-
-TEST_F(MainQueue, LetsOneThreadDrainAtATime) {
-  std::atomic<std::size_t> drainers = 0, ran = 0;
-  DispatchSemaphore next;
-  queue.async([&] {
-    EXPECT_TRUE(eventually([&] { return drainers == 2; }));
-    EXPECT_FALSE(next.wait(moment));
-  });
-  queue.async([&] { next.signal(); });
-  for (int i = 0; i < 500; ++i) queue.async([this, mark = mark(i)] { queue.async(mark); });
-  concurrently(2, [&](std::size_t) {
-    ++drainers;
-    EXPECT_TRUE(eventually([&] { return (ran += queue.drain()) == 1002; }));
-  });
-  EXPECT_TRUE(order.size() == 500 && std::is_sorted(order.begin(), order.end()));
-}
-
-// --- Operations ---
-
 struct Work : NSOperation {
-  explicit Work(std::function<void(Work&)> body) : body_(std::move(body)) {}
-  void main() override { body_(*this); }
+  explicit Work(std::function<void(Work&)> run) : body(std::move(run)) {}
+  void main() override { body(*this); }
 
- private:
-  std::function<void(Work&)> body_;
+  const std::function<void(Work&)> body;
 };
 
 /// Notes each change of Executing and Finished with the value before (<) and after (>).
@@ -205,11 +110,9 @@ TEST_F(OperationQueue, OutlivesItsLastReference) {
 }
 
 TEST_F(OperationQueue, RunsInOrderAsManyAtOnceAsItMay) {
-  std::atomic<bool> mayEnd = false;
-  std::atomic<int> next = 0;
   for (const bool isLoweredWhileTwoRun : {true, false}) {
-    mayEnd = false;
-    next = 0;
+    std::atomic<bool> mayEnd = false;
+    std::atomic<int> next = 0;
     queue->setMaxConcurrentOperationCount(2);
     for (int i = 0; i < 2; ++i) {
       add([&](Work&) {
@@ -270,5 +173,4 @@ TEST_F(OperationQueue, SurvivesAThreadThatCannotBeStartedAndMissingMemory) {
   EXPECT_TRUE(done.wait(deadline) && done.wait(deadline));
 }
 
-}  // namespace
 }  // namespace tarnwick::test

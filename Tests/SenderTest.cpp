@@ -1,15 +1,11 @@
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <future>
-#include <limits>
-#include <thread>
 
 #include "Tests/Pictures.hpp"
 #include "Tests/Stream.hpp"
 
 namespace tarnwick::test {
-namespace {
 
 using Clock = std::chrono::steady_clock;
 
@@ -119,8 +115,6 @@ TEST(Sender, DropsWhatWaitsAtTheEnd) {
   EXPECT_LT(output.lines().size(), 60);            // and no "sending" of that
 }
 
-// --- The operation by itself ---
-
 TEST(SendOperation, AnnouncesItsStates) {
   const auto client = UDPClient::create("client", "127.0.0.1", 1);
   for (const bool isCancelled : {false, true}) {
@@ -151,5 +145,4 @@ TEST(SendOperation, StopsTheProcessAtWhatCannotBeSent) {
   }
 }
 
-}  // namespace
 }  // namespace tarnwick::test

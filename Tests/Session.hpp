@@ -1,7 +1,5 @@
 #pragma once
 
-#include <map>
-
 #include "FaultyWire.hpp"
 #include "Pictures.hpp"
 #include "Process.hpp"
@@ -65,8 +63,6 @@ class Source {
   ~Source() {
     if (sender_) sender_->endOperation();
   }
-  Source(const Source&) = delete;
-  Source& operator=(const Source&) = delete;
 
   void send(std::int64_t number) {
     const Sample& content = sample(static_cast<std::size_t>(number));
@@ -106,10 +102,9 @@ struct Counts {
 template <typename Receiver>
 std::optional<std::vector<Object>> arrivesAfter(std::int64_t last, Arrivals& arrivals,
                                                 std::uint16_t port) {
-  constexpr int attempts = 20;
   std::vector<Object> before;
   Peer peer(port);
-  for (int attempt = 0; attempt < attempts; ++attempt) {
+  for (int attempt = 0; attempt < 20; ++attempt) {
     say<Receiver>(peer, last, 65500);
     while (auto next = arrivals.objects.await(std::chrono::seconds(1))) {
       if (*next == object<Receiver>(last)) return before;
@@ -124,11 +119,9 @@ std::optional<std::vector<Object>> arrivesAfter(std::int64_t last, Arrivals& arr
 template <typename Receiver>
 Counts session(std::int64_t count, std::size_t chunk, Faults faults, std::uint32_t seed) {
   constexpr std::int64_t mostOnTheWay = 40, healedCount = 10, surelyWhole = 5;
-  const auto arrivals = std::make_shared<Arrivals>();
-  const auto [receiver, port] = onFreePort(
-      [&](std::uint16_t free) { return Receiver::create("receiver", free, 65500, arrivals); });
-  receiver->beginOperation();
-  FaultyWire<Receiver> wire(port, faults, seed);
+  const Receiving<Receiver> end;
+  end.receiver->beginOperation();
+  FaultyWire<Receiver> wire(end.port, faults, seed);
   std::vector<Object> sent;
   bool isInTime = true;
   {  // its end says the rest
@@ -148,11 +141,11 @@ Counts session(std::int64_t count, std::size_t chunk, Faults faults, std::uint32
     waitForAllBut(0);
   }
   const std::vector<Object> passed = wire.finish();
-  const auto before = arrivesAfter<Receiver>(count + healedCount + 1, *arrivals, port);
+  const auto before = arrivesAfter<Receiver>(count + healedCount + 1, *end.application, end.port);
   std::vector<Object> arrived = before.value_or(std::vector<Object>());
 
-  Counts counts{count + healedCount, 0, 0, droppedAt(port) + droppedAt(wire.port())};
-  receiver->endOperation();
+  Counts counts{count + healedCount, 0, 0, droppedAt(end.port) + droppedAt(wire.port())};
+  end.receiver->endOperation();
   const bool isHealed =
       arrived.size() >= surelyWhole &&
       std::equal(sent.end() - surelyWhole, sent.end(), arrived.end() - surelyWhole);

@@ -10,8 +10,6 @@ using namespace tarnwick;
 using namespace tarnwick::test;
 using Clock = std::chrono::steady_clock;
 
-namespace {
-
 std::mt19937 chance(1);
 std::int64_t sent = 0, arrived = 0, restarts = 0;
 
@@ -55,8 +53,6 @@ bool stream() {
   arrived += objects ? std::ssize(*objects) : 0;
   return objects.has_value();
 }
-
-}  // namespace
 
 int main(int argc, char** argv) {
   const double minutes = argc > 1 ? std::atof(argv[1]) : 1;

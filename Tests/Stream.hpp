@@ -1,17 +1,9 @@
 #pragma once
 
-#include <algorithm>
-#include <cmath>
-#include <compare>
 #include <concepts>
-#include <functional>
-#include <optional>
-#include <string>
-#include <utility>
 
 #include "Support.hpp"
 #include "Tarnwick/Platform/Text.hpp"
-#include "Tarnwick/Tarnwick.hpp"
 
 namespace tarnwick::test {
 
@@ -63,17 +55,18 @@ template <typename Receiver>
 struct Receiving {
   const std::shared_ptr<Arrivals> application = std::make_shared<Arrivals>();
   const std::pair<std::shared_ptr<Receiver>, std::uint16_t> endpoint = onFreePort(
-      [this](auto port) { return Receiver::create("receiver", port, 65500, application); });
+      [this](auto free) { return Receiver::create("receiver", free, 65500, application); });
   const std::shared_ptr<Receiver> receiver = endpoint.first;
+  const std::uint16_t port = endpoint.second;
 };
 
-/// One that runs, and a peer that talks to it.
+/// A receiver that runs, and a peer that talks to it.
 template <typename Receiver>
 struct Running : Receiving<Receiver> {
   Running() { this->receiver->beginOperation(); }
   ~Running() { this->receiver->endOperation(); }
 
-  Peer peer{this->endpoint.second};
+  Peer peer{this->port};
   MainThread mainThread;
 };
 

@@ -1,29 +1,16 @@
 #pragma once
 
-#include <arpa/inet.h>
-#include <netinet/in.h>
 #include <poll.h>
-#include <sys/socket.h>
 #include <unistd.h>
 
-#include <chrono>
+#include <algorithm>
 #include <condition_variable>
-#include <cstdint>
 #include <cstdio>
 #include <cstdlib>
-#include <deque>
-#include <mutex>
-#include <optional>
-#include <string>
-#include <string_view>
 #include <thread>
-#include <utility>
-#include <vector>
 
-#include "Tarnwick/Platform/Data.hpp"
-#include "Tarnwick/Platform/DispatchQueue.hpp"
 #include "Tarnwick/Platform/Log.hpp"
-#include "Tarnwick/UDPError.hpp"
+#include "Tarnwick/Tarnwick.hpp"
 
 namespace tarnwick::test {
 
@@ -95,8 +82,6 @@ class Output {
     while (const auto line = arriving_.await(std::chrono::milliseconds(0))) lines_.push_back(*line);
     for (const std::string& line : lines_) std::printf("%s\n", line.c_str());
   }
-  Output(const Output&) = delete;
-  Output& operator=(const Output&) = delete;
 
   void beginReading() {
     reader_ = std::thread([this] { read(end_); });
@@ -143,12 +128,18 @@ class MainThread {
     DispatchQueue::main().stop();
     thread_.join();
   }
-  MainThread(const MainThread&) = delete;
-  MainThread& operator=(const MainThread&) = delete;
 
  private:
   std::thread thread_;
 };
+
+inline sockaddr_in loopback(std::uint16_t port) {
+  sockaddr_in address{};
+  address.sin_family = AF_INET;
+  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  address.sin_port = htons(port);
+  return address;
+}
 
 /// The other machine: a socket on 127.0.0.1 at a port that the kernel handed out.
 class Peer {
@@ -200,14 +191,6 @@ class Peer {
   bool hearsNothing() { return !hear(std::chrono::milliseconds(100)); }
 
  private:
-  static sockaddr_in loopback(std::uint16_t port) {
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    address.sin_port = htons(port);
-    return address;
-  }
-
   int socket_;
   std::uint16_t port_ = 0;
   sockaddr_in target_{};
@@ -216,10 +199,8 @@ class Peer {
 /// Whether nobody is bound to a port: the thread that closes an endpoint's socket has done so.
 inline bool isPortFree(std::uint16_t port) {
   const int probe = ::socket(AF_INET, SOCK_DGRAM, 0);
-  sockaddr_in address{};
-  address.sin_family = AF_INET;
-  address.sin_port = htons(port);
-  const int result = bind(probe, reinterpret_cast<sockaddr*>(&address), sizeof address);
+  const sockaddr_in address = loopback(port);
+  const int result = bind(probe, reinterpret_cast<const sockaddr*>(&address), sizeof address);
   close(probe);
   return result == 0;
 }

@@ -1,6 +1,5 @@
 // Sends a picture to itself, and ends well when it has arrived.
 #include <Tarnwick/Tarnwick.hpp>
-#include <chrono>
 #include <iostream>
 #include <semaphore>
 #include <thread>
