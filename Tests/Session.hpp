@@ -117,15 +117,15 @@ std::optional<std::vector<Object>> arrivesAfter(std::int64_t last, Arrivals& arr
 /// Sends objects of all sizes over a faulty wire from their source to a receiver, all made for the
 /// session; the last ten once the wire is healed.
 template <typename Receiver>
-Counts session(std::int64_t count, std::size_t chunk, Faults faults, std::uint32_t seed) {
+Counts session(std::int64_t count, Faults faults) {
   constexpr std::int64_t mostOnTheWay = 40, healedCount = 10, surelyWhole = 5;
   const Receiving<Receiver> end;
   end.receiver->beginOperation();
-  FaultyWire<Receiver> wire(end.port, faults, seed);
+  FaultyWire<Receiver> wire(end.port, faults, 1);
   std::vector<Object> sent;
   bool isInTime = true;
   {  // its end says the rest
-    Source<Receiver> source(wire.port(), chunk);
+    Source<Receiver> source(wire.port(), 1400);
     const auto waitForAllBut = [&](std::int64_t most) {
       isInTime = isInTime && eventually([&] {
                    const std::int64_t known = wire.heard() + droppedAt(wire.port());

@@ -23,9 +23,9 @@ int main(int argc, char** argv) {
   std::cerr << std::fixed << std::setprecision(1);
   bool isRight = true;
   const auto run = [&](const char* kind, auto sessionOf, const char* name, const Faults& faults) {
-    Counts counts = sessionOf(count, 1400, faults, 1);
+    Counts counts = sessionOf(count, faults);
     // What the system drops on a busy machine makes it unknown what has to arrive: once more.
-    for (int i = 0; i < 3 && counts.dropped > 0; ++i) counts = sessionOf(count, 1400, faults, 1);
+    for (int i = 0; i < 3 && counts.dropped > 0; ++i) counts = sessionOf(count, faults);
     const auto percent = [&](std::int64_t number) {
       return 100 * static_cast<double>(number) / static_cast<double>(counts.sent);
     };

@@ -4,8 +4,6 @@
 #include <semaphore>
 #include <thread>
 
-namespace {
-
 class Watcher : public tarnwick::RxImageUDPDelegate {
  public:
   bool await() { return arrived_.try_acquire_for(std::chrono::seconds(30)); }
@@ -19,16 +17,13 @@ class Watcher : public tarnwick::RxImageUDPDelegate {
   std::counting_semaphore<> arrived_{0};
 };
 
-std::pair<std::shared_ptr<tarnwick::RxImageUDP>, std::uint16_t> receiverFor(
-    const std::shared_ptr<Watcher>& watcher) {
+auto receiverFor(const std::shared_ptr<Watcher>& watcher) {
   for (std::uint16_t port = 20000;; ++port) try {
-      return {tarnwick::RxImageUDP::create("receiver", port, 65500, watcher), port};
+      return std::pair(tarnwick::RxImageUDP::create("receiver", port, 65500, watcher), port);
     } catch (const tarnwick::UDPError& error) {  // across the library's border
       if (error != tarnwick::UDPError::bindSocket || port == 65535) throw;
     }
 }
-
-}  // namespace
 
 int main() {
   const auto watcher = std::make_shared<Watcher>();
