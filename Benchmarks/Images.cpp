@@ -42,7 +42,7 @@ Data encodeDirectly(const Bitmap& bitmap, float factor, bool hasMarkers = true) 
   jpeg_set_quality(&info, quality, TRUE);
   info.comp_info[0].h_samp_factor = quality < 80 ? 2 : 1;
   info.comp_info[0].v_samp_factor = quality < 50 ? 2 : 1;
-  const std::int64_t unitWidth = 8 * info.comp_info[0].h_samp_factor;
+  const std::int64_t unitWidth = std::int64_t{8} * info.comp_info[0].h_samp_factor;
   const std::int64_t unitsInRow = (bitmap.width + unitWidth - 1) / unitWidth;
   if (hasMarkers) info.restart_interval = static_cast<unsigned>(restartInterval(unitsInRow));
   jpeg_start_compress(&info, TRUE);

@@ -119,7 +119,7 @@ TEST(Image, IsDrawnOverEveryPixelThatItCoversAndNoOther) {
 TEST(Image, IsReadWithinItsPixelsWhateverRoundingDoes) {
   const auto source = NSImage::fromBitmap(gradient(9, 2)), target = NSImage::create({10, 2});
   target->draw(*source, {{9 - 5e-7, 0}, {1, 2}}, {{0.5, 0}, {1, 2}});
-  EXPECT_EQ(target->bitmap()->row(0)[0], source->bitmap()->row(0)[8 * 4]);
+  EXPECT_EQ(target->bitmap()->row(0)[0], source->bitmap()->row(0)[std::size_t{8} * 4]);
   target->draw(*source, {{-6799400002.0056648, 0}, {6799400014.7216845, 2}},
                {{-6799400005.0056648, 0}, {6799400014.7216854, 2}});
   EXPECT_EQ(target->bitmap()->row(0)[6 * 4 + 3], 0);
@@ -140,7 +140,8 @@ TEST(Image, IsResized) {
   target->draw(*resized, {{200.5, 100}, {1e-5, 1e-5}}, {{-1e12, -1e12}, {2e12, 2e12}});
   EXPECT_NEAR(target->bitmap()->pixels.at(0), 161, 2);
   source->setSize({199.5, 100});  // still all of its pixels
-  EXPECT_EQ(crop(*source, {{99.75, 0}, {99.75, 100}})->bitmap()->pixels.at(99 * 4), 254);
+  EXPECT_EQ(crop(*source, {{99.75, 0}, {99.75, 100}})->bitmap()->pixels.at(std::size_t{99} * 4),
+            254);
 }
 
 /// What Lanczos with three lobes makes of these samples around `centre`, at `step` from the next.

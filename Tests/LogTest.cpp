@@ -165,7 +165,7 @@ TEST_F(Fatal, NamesTheCasesOfUDPError) {
   EXPECT_TRUE(UDPError::fromRawValue(-996) == UDPError::alreadyInProgress);
   for (const std::int64_t value : {std::int64_t{-1000}, std::int64_t{-993}, Limits::min()}) {
     EXPECT_FALSE(UDPError::fromRawValue(value)) << value;
-    EXPECT_DEATH(UDPError(static_cast<UDPError::Case>(value)),
+    EXPECT_DEATH(std::ignore = UDPError(static_cast<UDPError::Case>(value)),
                  says("Unexpectedly found nil while unwrapping an Optional value"));
   }
 }

@@ -109,7 +109,8 @@ inline Data greyJPEG(int count, int width, int height, int scans = 0) {
   for (int id = 1; id <= count; ++id) add({id, 0x11, 0});
   add({0xFF, 0xDA, 0, 6 + 2 * count, count});
   for (int id = 1; id <= count; ++id) add({id, 0});
-  const auto blocks = static_cast<std::size_t>((width + 7) / 8 * ((height + 7) / 8));
+  const auto blocks =
+      static_cast<std::size_t>((width + 7) / 8) * static_cast<std::size_t>((height + 7) / 8);
   const std::size_t codes = blocks * static_cast<std::size_t>(scans > 0 ? count : 2 * count);
   add({0, scans > 0 ? 0 : 63, 0}, codes / 8 + 1);
   int left = scans - 1;

@@ -111,9 +111,9 @@ TEST_F(OperationQueue, OutlivesItsLastReference) {
 
 TEST_F(OperationQueue, RunsInOrderAsManyAtOnceAsItMay) {
   for (const bool isLoweredWhileTwoRun : {true, false}) {
+    queue->setMaxConcurrentOperationCount(2);  // also orders what follows behind the last round
     std::atomic<bool> mayEnd = false;
     std::atomic<int> next = 0;
-    queue->setMaxConcurrentOperationCount(2);
     for (int i = 0; i < 2; ++i) {
       add([&](Work&) {
         done.signal();

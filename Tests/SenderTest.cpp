@@ -104,7 +104,7 @@ TEST(Sender, DropsWhatWaitsAtTheEnd) {
     }
     return count;
   });
-  for (const std::uint64_t frame : {0, 1}) sending.sender->send(leaving, {}, frame, true, 0.9F);
+  for (const std::uint64_t frame : {0U, 1U}) sending.sender->send(leaving, {}, frame, true, 0.9F);
   EXPECT_TRUE(output.awaitLine("frame 1 sent"));
   for (std::uint64_t frame = 2; frame < 30; ++frame) {  // one is being encoded at the end
     sending.sender->send(large, {}, frame, true, 0.9F);
@@ -139,7 +139,7 @@ TEST(SendOperation, StopsTheProcessAtWhatCannotBeSent) {
            {{{nan, great}, {0, 0}}, "it is either infinite or NaN"},
            {{{0, great}, {small, 0}}, "the result would be greater than Int.max"},
            {{{0, 0}, {small, nan}}, "the result would be less than Int.min"},
-           {{{0, 0}, {0, -INFINITY}}, "it is either infinite or NaN"}}) {
+           {{{0, 0}, {0, -HUGE_VAL}}, "it is either infinite or NaN"}}) {
     EXPECT_DEATH(run(image(2, 2), rect), std::string("Fatal error: Double value cannot be ") +
                                              "converted to Int because " + reason + "\n");
   }

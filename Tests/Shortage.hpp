@@ -42,7 +42,8 @@ class ThreadShortage {
 
 }  // namespace tarnwick::test
 
-// Not inlined, because g++ would report malloc() and delete as a mismatch.
+// NOLINTBEGIN(misc-definitions-in-headers): included once. They are not inlined, because g++ would
+// report malloc() and delete as a mismatch.
 [[gnu::noinline]] void* operator new(std::size_t size) {
   using namespace tarnwick::test;
   const bool fails = !isMemoryLeft || size >= refusedSize || allocationsUntilFailure-- == 0;
@@ -53,3 +54,4 @@ class ThreadShortage {
 }
 [[gnu::noinline]] void operator delete(void* memory) noexcept { std::free(memory); }
 [[gnu::noinline]] void operator delete(void* memory, std::size_t) noexcept { std::free(memory); }
+// NOLINTEND(misc-definitions-in-headers)
