@@ -69,9 +69,11 @@ TEST(JPEG, IsMadeFromTheFactorAndTheColours) {
 TEST(JPEG, IsMadeAnewForAnotherFactorOrPicture) {
   const auto image = NSImage::fromBitmap(plain(64, 64, 99)),
              other = NSImage::fromBitmap(picture(64, 64));
-  const auto first = image->jpegRepresentation(0.8F);
-  EXPECT_NE(image->jpegRepresentation(0.2F), first);
-  EXPECT_EQ(image->jpegRepresentation(0.8F), first);
+  const auto first = image->jpegRepresentation(0.8F), second = image->jpegRepresentation(0.2F);
+  EXPECT_NE(first, second);
+  concurrently(2, [&](std::size_t i) {
+    EXPECT_EQ(image->jpegRepresentation(i == 0 ? 0.8F : 0.2F), i == 0 ? first : second);
+  });
   const CGRect whole{{}, image->size()};
   image->draw(*other, whole, whole);
   EXPECT_EQ(image->jpegRepresentation(0.8F), other->jpegRepresentation(0.8F));
@@ -90,6 +92,9 @@ TEST(JPEG, ReadsOtherKindsOfColour) {
 }
 
 TEST(JPEG, IsTheSameWhenMadeAndReadInStrips) {
+  for (const auto& [units, interval] : {std::pair{1, 32}, {50, 50}, {67, 32}, {120, 60}}) {
+    EXPECT_EQ(restartInterval(units), interval);  // the longest with the fewest rows in a group
+  }
   // At a factor of 0.9, a row has 5, 33, 67 or 69 units, and a group 7, 1, 32 or 2 rows.
   for (const auto& [width, height] :
        {std::pair<Side, Side>{33, 300}, {260, 61}, {536, 260}, {549, 129}}) {

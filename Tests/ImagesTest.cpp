@@ -33,6 +33,7 @@ TEST(Image, HasPixelsForUsableSizesOnly) {
     EXPECT_EQ(source->resizingMode(), ResizingMode::stretch);
     EXPECT_EQ(resize(*NSImage::fromBitmap(picture(3, 7)), size)->bitmap(), nullptr);
     EXPECT_EQ(NSImage::create(size)->jpegRepresentation(1), std::nullopt);
+    EXPECT_EQ(NSImage::create(size)->pngRepresentation(), std::nullopt);
     EXPECT_EQ(crop(*NSImage::create(size), {{0, 0}, {2, 2}})->bitmap()->pixels, Data(16));
   }
   for (const CGPoint& origin : {CGPoint{nan, infinity}, {1e18, 0}, {0, -1e300}}) {
