@@ -92,7 +92,6 @@ std::optional<Data> ImageCodec::encodePNG(const Bitmap& bitmap) try {
   Image image;
   image.width = static_cast<png_uint_32>(bitmap.width);
   image.height = static_cast<png_uint_32>(bitmap.height);
-  if (image.width != bitmap.width || image.height != bitmap.height) return std::nullopt;
   Data file(PNG_IMAGE_PNG_SIZE_MAX(image));
   png_alloc_size_t size = file.size();
   if (!png_image_write_to_memory(&image, file.data(), &size, 0, bitmap.pixels.data(), 0, nullptr)) {
