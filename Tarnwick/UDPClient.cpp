@@ -23,9 +23,9 @@ using namespace std::chrono_literals;
 constexpr int noDescriptor = -1;
 constexpr double threadPriority = 0.6;
 constexpr auto pause = 1ms;        // between two passes of the send thread
-constexpr auto responseTime = 1s;  // for which a caller waits for a reply
+constexpr auto responseTime = 1s;  // maximum wait of a caller for a reply
 
-/// More than a datagram over IPv4 can carry (RFC 768, RFC 791): what is longer fails all the same.
+/// Exceeds every UDP payload over IPv4 (RFC 768, RFC 791): longer datagrams fail in any case.
 constexpr std::size_t largestBuffer = 65535;
 
 int openSocket() {
@@ -45,7 +45,7 @@ sockaddr_in peerAddress(const std::string& text, std::uint16_t port) {
 
 }  // namespace
 
-/// Has the send thread pass replies to a waiting caller for as long as it lives.
+/// While an instance exists, the send thread passes replies to the waiting caller.
 class UDPClient::Waiting {
  public:
   explicit Waiting(UDPClient& client) : client_(client) { set(true); }
@@ -127,7 +127,7 @@ void UDPClient::send(std::string_view message) {
 
 void UDPClient::send(Data data) {
   const MutexLock lock(threadLock_);
-  // By design a full queue is not trimmed by one: all that waits has been overtaken.
+  // By design a full queue is emptied, not trimmed by one: all of its messages are outdated.
   if (sendQueue_.size() >= maxQueueLength_) sendQueue_.clear();
   sendQueue_.push_back(std::move(data));
 }
@@ -172,8 +172,8 @@ void UDPClient::sendProcess(Transfer& transfer, RunFlag::Run run) {
 
 void UDPClient::sendDatagram(Transfer& transfer) {
   const MutexLock lock(threadLock_);
-  // Nothing waits: the rest of the current message waits too. It leaves as soon as another message
-  // stands behind it, which is what keeps one message a datagram the normal case.
+  // With an empty queue the rest of the current message waits, too, until another message is
+  // queued. One datagram per message is thus the normal case.
   if (sendQueue_.empty()) return;
   if (transfer.offset == transfer.current.size()) {
     transfer.current = std::move(sendQueue_.front());
@@ -185,12 +185,12 @@ void UDPClient::sendDatagram(Transfer& transfer) {
   const ssize_t sent =
       sendto(transfer.socket, transfer.current.data() + transfer.offset, length, 0,
              reinterpret_cast<const sockaddr*>(&serverAddress_), transfer.addressLength);
-  if (sent != -1) transfer.offset += length;  // else the same piece is tried again
+  if (sent != -1) transfer.offset += length;  // otherwise a later pass retries the chunk
 }
 
 void UDPClient::receiveResponse(Transfer& transfer) {
   Data& buffer = transfer.buffer;
-  // Whoever answers is the peer from now on: its address takes the place of the old one.
+  // The source of a reply becomes the peer: recvfrom() overwrites the old address.
   const ssize_t received =
       recvfrom(transfer.socket, buffer.data(), limit(buffer.size()), 0,
                reinterpret_cast<sockaddr*>(&serverAddress_), &transfer.addressLength);

@@ -18,109 +18,117 @@
 
 namespace [[gnu::visibility("default")]] tarnwick {
 
-/// Told of each datagram that comes back to a sending endpoint.
+/// Receives the replies to a sending endpoint.
 class UDPClientDelegate {
  public:
   virtual ~UDPClientDelegate() = default;
 
-  /// Called on the send thread with the reply's bytes, of which there may be none; one call at a
-  /// time, and nothing is sent before it returns. It must not throw. After endOperation() at most
-  /// one more call can follow: the one in progress. Threads that it starts inherit the raised
-  /// priority and the timer slack of the send thread.
+  /// Called with the bytes of a reply, which may be empty. `data` is valid until the call returns.
+  ///
+  /// Called on the send thread, one call at a time. The method may call every member of the
+  /// endpoint, endOperation() included, except beginOperation() and send() with a completion, and
+  /// it may drop the last reference to the endpoint. Until it returns, the thread sends and reads
+  /// nothing. It must not throw: std::bad_alloc is ignored, and any other exception ends the
+  /// process. After endOperation() at most one more call can follow, from the pass in progress.
+  /// Threads that it starts inherit the priority of the send thread and, on Linux, its timer slack.
   virtual void receivedResponse(const Data& data) = 0;
 };
 
-/// An endpoint that sends to one peer over UDP/IPv4. Messages wait on a queue; once begun, a thread
-/// of its own makes at most about a thousand passes a second, each of which sends one datagram and
-/// polls for one reply. The thread keeps the endpoint alive until it ends. Any thread may call any
-/// member.
+/// An endpoint that sends queued messages to one peer over UDP/IPv4. After beginOperation(), a send
+/// thread makes at most about 1,000 passes a second. Each pass sends one datagram and polls for one
+/// reply. The thread keeps the endpoint alive until it ends. Any thread may call any member.
 ///
-/// A message longer than `bufferLimit` leaves as several datagrams, but only while another message
-/// waits behind it: the queue is what drives the passes, and a peer relies on the order alone. So
-/// keep each message within the limit, or queue another one after it.
+/// A message longer than `bufferLimit` is split into chunks, one per datagram. Chunks after the
+/// first are sent only while another message is queued behind them. Keep each message within the
+/// limit, or queue another one after it.
 ///
-/// Whoever replies is the peer from then on: what follows is sent there.
+/// The source address of each reply becomes the peer: later datagrams are sent to it.
 class UDPClient final : public std::enable_shared_from_this<UDPClient> {
   struct Private {
     explicit Private() = default;
   };
 
  public:
-  /// Aims at a peer, whose address is text as inet_aton(3) takes it: host names are not looked up.
-  /// `name` labels the log lines. Throws UDPError: noSocket, setupForNonBlocking, badAddress or
-  /// threadLock. A socket that is not begun, or of a failed call, stays open until the process
-  /// ends.
+  /// Creates an endpoint that sends to `serverIPAddress`, a text that inet_aton(3) accepts; host
+  /// names are not resolved. `name` labels the log lines. Throws UDPError: noSocket,
+  /// setupForNonBlocking, badAddress or threadLock. The socket of a failed call, or of an endpoint
+  /// that is never begun, stays open until the process ends.
   [[nodiscard]] static std::shared_ptr<UDPClient> create(std::string name,
                                                          const std::string& serverIPAddress,
                                                          std::uint16_t serverPort);
 
-  /// The same with a delegate, null for none, which is held strongly.
+  /// The same with a delegate, which the endpoint owns; null means no delegate.
   [[nodiscard]] static std::shared_ptr<UDPClient> create(
       std::string name, const std::string& serverIPAddress, std::uint16_t serverPort,
       std::shared_ptr<UDPClientDelegate> delegate);
 
-  /// The same with the longest datagram in bytes: more than 65500 counts as that, and less than 1
-  /// sends empty datagrams.
+  /// The same with the maximum length of a datagram in bytes. Values above 65,500 are clamped to
+  /// 65,500. Below 1, every datagram is sent empty.
   [[nodiscard]] static std::shared_ptr<UDPClient> create(std::string name,
                                                          const std::string& serverIPAddress,
                                                          std::uint16_t serverPort,
                                                          std::int64_t bufferSize);
 
-  /// The same with both.
+  /// The same with both a limit and a delegate.
   [[nodiscard]] static std::shared_ptr<UDPClient> create(
       std::string name, const std::string& serverIPAddress, std::uint16_t serverPort,
       std::int64_t bufferSize, std::shared_ptr<UDPClientDelegate> delegate);
 
-  /// Closed to others, who call create().
+  /// Closed to others: use create().
   UDPClient(Private, std::string name, const std::string& serverIPAddress, std::uint16_t serverPort,
             std::shared_ptr<UDPClientDelegate> delegate);
   UDPClient(const UDPClient&) = delete;
   UDPClient& operator=(const UDPClient&) = delete;
 
-  /// Starts the send thread. Throws UDPError::alreadyInProgress while it runs. Throws
-  /// std::system_error when no thread can be started and std::bad_alloc when there is no memory for
-  /// its buffer; both change nothing. Later a lack of memory costs single replies. An endpoint that
-  /// was ended may be begun again, but sends nothing any more: its socket is gone.
+  /// Starts the send thread. Throws UDPError::alreadyInProgress if it was started and not ended,
+  /// std::system_error if no thread can be started, and std::bad_alloc if memory runs out; a throw
+  /// changes nothing. If memory runs out later, single replies are lost. Do not restart an endpoint
+  /// after endOperation(): its socket is closed, so nothing is sent.
   void beginOperation();
 
-  /// Lets the send thread end with its pass under way, and close the socket; drops the messages
-  /// that wait. Returns at once.
+  /// Ends the send thread after its current pass; the thread then closes the socket. Drops the
+  /// queued messages. Returns at once.
   void endOperation();
 
-  /// Queues a text and returns at once, also before beginOperation(); one that is not valid UTF-8
-  /// is dropped. A queue that holds 100 messages is emptied first: what is newest counts.
+  /// Queues a text and returns at once, also before beginOperation(). Drops a text that is not
+  /// valid UTF-8. A queue that holds 100 messages is emptied first.
   void send(std::string_view message);
 
-  /// Queues bytes likewise.
+  /// Queues bytes in the same way.
   void send(Data data);
 
-  /// Queues a text and waits up to one second for the next reply, from whomever; then calls
-  /// `completion`, before it returns, with the reply or with none. A second reply that comes
-  /// while a call lasts is kept, and answers the next call at once. What `completion` throws passes
-  /// to the caller, as does the std::bad_function_call of an empty one. Do not call it from
-  /// receivedResponse(): that blocks the send thread, which reads the replies.
+  /// Queues a text, waits up to one second for the next reply from any address, and calls
+  /// `completion` with that reply. Without a reply the argument is absent. Another reply during the
+  /// call is stored and answers the next call at once. If two threads call it at the same time, one
+  /// may get no reply. Do not call it from receivedResponse(): that blocks the send thread, which
+  /// reads the replies.
+  ///
+  /// `completion` is called on the calling thread, before this function returns. It may call any
+  /// member, endOperation() included, but must not drop the last reference to the endpoint. Only
+  /// the caller waits for it. Its exceptions propagate to the caller; an empty `completion` throws
+  /// std::bad_function_call.
   void send(std::string_view message, const std::function<void(std::optional<Data>)>& completion);
 
-  /// Drops the messages that wait; not the rest of one that has begun to leave.
+  /// Drops the queued messages, but not the unsent chunks of the current message.
   void resetMessageQueue();
 
-  /// The longest datagram in bytes: 65500 unless set.
+  /// The maximum length of a datagram in bytes; 65,500 by default.
   [[nodiscard]] std::int64_t bufferLimit() const { return bufferLimit_; }
 
-  /// Sets it, to more than 65500 or less than nothing, too. Lowering takes effect with the next
-  /// datagram, raising above the size that the send thread began with does not. What UDP cannot
-  /// carry fails, and is tried again as long as another message waits.
+  /// Sets the limit without clamping. A change takes effect with the next datagram, up to the limit
+  /// at beginOperation(). Below 1, datagrams are sent empty. A datagram too long for UDP is retried
+  /// while another message is queued behind it.
   void setBufferLimit(std::int64_t limit) { bufferLimit_ = limit; }
 
   /// The label of the log lines.
   [[nodiscard]] std::string name() const;
 
-  /// Labels the log lines that follow.
+  /// Sets the label of later log lines.
   void setName(std::string name);
 
  private:
-  /// What a send thread works with: its socket, the message that it is sending and how far it has
-  /// come, and the room for a reply.
+  /// The state of a send thread: its socket, the current message with the number of its bytes
+  /// already sent, and the buffer for replies.
   struct Transfer {
     const int socket;
     Data buffer;
@@ -137,12 +145,12 @@ class UDPClient final : public std::enable_shared_from_this<UDPClient> {
   void notifyWaitingCaller(const Data& response);
   [[nodiscard]] std::size_t limit(std::size_t capacity) const;
 
-  std::atomic<int> theSocket_;  // handed to the first send thread, which closes it; then -1
-  sockaddr_in serverAddress_;   // the peer's; on the send thread, that of whoever replied last
+  std::atomic<int> theSocket_;  // -1 after beginOperation(): the send thread owns and closes it
+  sockaddr_in serverAddress_;   // the peer's; the send thread sets it to the last reply's source
   std::deque<Data> sendQueue_ TARNWICK_GUARDED_BY(threadLock_);
   RunFlag okToRun_;
   mutable Mutex threadLock_;
-  // A sender is its endpoint's delegate and owns it: the two keep each other alive, on purpose.
+  // Intended reference cycle: a sender owns its endpoint and is the endpoint's delegate.
   const std::shared_ptr<UDPClientDelegate> delegate_;
   const std::size_t maxQueueLength_ = 100;
   DispatchSemaphore semaphore_;

@@ -9,14 +9,14 @@
 
 namespace [[gnu::visibility("default")]] tarnwick {
 
-/// The texts that an error may offer to a person. All are absent unless overridden.
+/// The texts that an error may show to a user. All are absent unless overridden.
 struct LocalizedError {
   virtual ~LocalizedError() = default;
 
   /// What went wrong.
   [[nodiscard]] virtual std::optional<std::string> errorDescription() const { return {}; }
 
-  /// Why.
+  /// Why it went wrong.
   [[nodiscard]] virtual std::optional<std::string> failureReason() const { return {}; }
 
   /// What to do about it.
@@ -31,40 +31,40 @@ struct LocalizedError {
   LocalizedError& operator=(const LocalizedError&) = default;
 };
 
-/// The one error type: thrown when an endpoint cannot be set up or is started twice. Trouble on a
-/// running endpoint is never thrown. A value like any other: compare it, copy it, hash it.
+/// The framework's only error type: thrown if an endpoint cannot be set up or is started twice.
+/// Socket errors on a running endpoint are not thrown. Copyable, comparable and hashable.
 class UDPError final : public std::exception, public LocalizedError {
  public:
-  /// What went wrong. The raw values run upward by one.
+  /// What went wrong. The raw values increase by one.
   enum Case : std::int64_t {
-    noSocket = -999,      ///< the system gave no socket
-    bindSocket,           ///< the port is taken, or not ours to take
-    badAddress,           ///< the peer's address is none that inet_aton(3) takes
-    alreadyInProgress,    ///< the endpoint is running already
+    noSocket = -999,      ///< the system provided no socket
+    bindSocket,           ///< the port is in use, or the process may not bind it
+    badAddress,           ///< inet_aton(3) does not accept the peer's address
+    alreadyInProgress,    ///< the endpoint is already running
     setupForNonBlocking,  ///< the socket cannot be made non-blocking
-    threadLock,           ///< the system gave no lock
+    threadLock,           ///< the system provided no lock
   };
 
-  /// Implicit, so that a case is thrown and compared by its name alone. A value that is no case is
-  /// a fatal error.
+  /// Implicit, so that a case can be thrown and compared by its name alone. A value that is not a
+  /// case is a fatal error.
   UDPError(Case value) noexcept;  // NOLINT(google-explicit-constructor)
 
-  /// The error with this raw value; absent when there is none.
+  /// Returns the error with this raw value; absent if there is none.
   [[nodiscard]] static std::optional<UDPError> fromRawValue(std::int64_t rawValue) noexcept;
 
   /// The number of the case.
   [[nodiscard]] std::int64_t rawValue() const noexcept { return case_; }
 
-  /// What went wrong, in one English phrase. The texts of LocalizedError stay absent.
+  /// Describes the error in one English phrase. The texts of LocalizedError stay absent.
   [[nodiscard]] std::string localizedDescription() const { return what(); }
 
-  /// The raw value in a category of this type's own, named "tarnwick::UDPError".
+  /// The raw value in this type's own error category, "tarnwick::UDPError".
   [[nodiscard]] std::error_code code() const noexcept;
 
   /// The same text as localizedDescription().
   [[nodiscard]] const char* what() const noexcept override;
 
-  /// Equal when the case is.
+  /// Compares the cases.
   friend bool operator==(const UDPError& left, const UDPError& right) noexcept {
     return left.case_ == right.case_;
   }

@@ -19,7 +19,7 @@ namespace {
 constexpr int noDescriptor = -1;
 constexpr double threadPriority = 0.6;
 
-/// More than a datagram over IPv4 can carry (RFC 768, RFC 791): a larger buffer would stay empty.
+/// Exceeds every UDP payload over IPv4 (RFC 768, RFC 791): a larger buffer would never fill.
 constexpr std::size_t largestBuffer = 65535;
 
 sockaddr_in anyAddress(std::uint16_t port) {
@@ -113,8 +113,8 @@ void UDPServer::setName(std::string name) {
 void UDPServer::receiveProcess(int socket, RunFlag::Run run, Data& buffer) {
   NSThread::setThreadPriority(threadPriority);
   ifMemoryAllows([&] { logLine("Receive process running for " + name()); });
-  // Without pause: whoever streams through this endpoint gives it a processor, and gets every
-  // datagram out of the system's small buffer at once.
+  // No pause: the thread occupies a processor so that datagrams leave the system's small receive
+  // buffer at once.
   while (okToRun_.isRunning(run)) ifMemoryAllows([&] { receiveDatagram(socket, buffer); });
   if (socket != noDescriptor) close(socket);
 }
