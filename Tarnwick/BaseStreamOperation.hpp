@@ -6,25 +6,25 @@
 
 namespace [[gnu::visibility("default")]] tarnwick {
 
-/// The base of the framework's operations: its subclass says itself, from main(), when it executes
-/// and when it is finished. main() calls executing(true) when work begins, executing(false) when it
-/// is done, and finish(true) last; when it finds itself cancelled, finish(true) alone.
+/// The base of the framework's operations. The subclass sets its state from main(): executing(true)
+/// when work begins, executing(false) when the work is done, and finish(true) last. If main() finds
+/// the operation cancelled, it calls finish(true) only.
 class BaseStreamOperation : public NSOperation {
  public:
   /// Neither executing nor finished.
   BaseStreamOperation() : NSOperation(StateKeeper::subclass) {}
 
-  /// Stores whether the work is under way, and announces it, whether or not it is a change.
+  /// Sets the executing state and notifies the observers, even if the value is unchanged.
   virtual void executing(bool value);
 
-  /// Stores whether the operation is finished, and announces it likewise. With the first `true` it
-  /// is done, for good.
+  /// Sets the finished state and notifies the observers, even if the value is unchanged. The first
+  /// `true` completes the operation permanently.
   virtual void finish(bool value);
 
-  /// What executing() was told last.
+  /// Returns the last argument of executing().
   [[nodiscard]] bool isExecuting() const override { return executing_; }
 
-  /// What finish() was told last.
+  /// Returns the last argument of finish().
   [[nodiscard]] bool isFinished() const override { return finished_; }
 
  private:

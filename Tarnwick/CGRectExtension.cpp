@@ -12,7 +12,7 @@ std::optional<CGRect> makeCGRect(const std::optional<std::vector<std::string>>& 
   if (!params || params->size() != fieldCount) return std::nullopt;
   std::array<std::optional<CGFloat>, fieldCount> fields;
   for (std::size_t i = 0; i < fieldCount; ++i) {
-    // Every field is converted before any is judged: a fatal one stops the process in any company.
+    // Converts all fields before checking any: a fatal one stops the process in every case.
     if (const auto number = parseFloat((*params)[i])) {
       fields[i] = static_cast<CGFloat>(truncated(*number));
     }

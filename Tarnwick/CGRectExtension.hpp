@@ -8,10 +8,10 @@
 
 namespace [[gnu::visibility("default")]] tarnwick {
 
-/// The rectangle whose x, y, width and height are these four texts: decimal numbers of 32 bits,
-/// truncated to integers, so that 12.9 is 12 and 16777217 is 16777216. Absent when there are not
-/// four, or one is no number. One of four that is infinite, "nan" or beyond 64 bits is a fatal
-/// error, also beside one that is no number. Any thread may call it.
+/// Returns the rectangle with x, y, width and height from four decimal texts, read as 32-bit floats
+/// and truncated to integers: 12.9 becomes 12 and 16777217 becomes 16777216. Absent without four
+/// texts, or if any is not a number. Any of four texts that is infinite, "nan" or beyond 64 bits is
+/// a fatal error, even if another is not a number. Any thread may call it.
 [[nodiscard]] std::optional<CGRect> makeCGRect(
     const std::optional<std::vector<std::string>>& params);
 

@@ -70,7 +70,7 @@ std::optional<Data> RxAudioUDP::processMessageForResponse() {
     RxMessage message = classify(std::move(*datagram));
     return handleMessage(std::move(message.payload), std::move(message.params), message.response);
   } catch (const std::bad_alloc&) {
-    // The datagram is lost. What follows it must not complete the recording in progress.
+    // The datagram is lost: later chunks must not complete the recording in progress.
     currentFrame_.reset();
     return std::nullopt;
   }
@@ -84,7 +84,7 @@ std::optional<Data> RxAudioUDP::handleMessage(std::optional<Data> data,
       if (currentFrame_ && data) appendChunk(std::move(*data));
       return std::nullopt;
     case RxResponse::Wave:
-      // Its three values are nothing to this receiver; a malformed one, on purpose, is a chunk.
+      // The three values are not used. A malformed "wave" is classified as a chunk, intentionally.
       return std::nullopt;
     case RxResponse::Audio:
       if (params) announceRecording(*params);
@@ -121,7 +121,7 @@ void RxAudioUDP::deliver(std::shared_ptr<RxAudioFrame> frame) {
     });
     operationQueue_.addOperation(operation);
   } catch (const std::bad_alloc&) {
-    // The recording is dropped. The block and the operation would keep each other alive.
+    // The recording is dropped. Clearing the block breaks its reference cycle with the operation.
     if (operation) operation->setCompletionBlock(nullptr);
   }
 }

@@ -16,26 +16,31 @@
 
 namespace [[gnu::visibility("default")]] tarnwick {
 
-/// What an application is told of an audio stream. The call may not throw.
+/// Receives the recordings of an audio stream.
 class RxAudioUDPDelegate {
  public:
   virtual ~RxAudioUDPDelegate() = default;
 
-  /// A recording is complete; its bytes are the application's, and `recorded` is the number that
-  /// the peer gave it. Called on a thread of the receiver's operation queue, one call at a time, in
-  /// the order in which the recordings became complete; recordings complete by then may still come
-  /// after endOperation(). A recording with the number 0 never comes.
+  /// Called with the bytes of a complete recording, which the application owns. `recorded` is the
+  /// number that the peer gave the recording. Recordings with the number 0 are not delivered.
+  ///
+  /// Called on a thread of the receiver's operation queue, one call at a time, in the order in
+  /// which the recordings became complete. The method may call endOperation(), but not
+  /// beginOperation(), and drop the last reference to the receiver. While it runs, the receive
+  /// thread goes on, and later recordings wait on the operation queue without limit. It must not
+  /// throw: any exception ends the process. After endOperation() the recording in progress on the
+  /// operation queue can still be delivered, as can recordings that wait on the main queue.
   virtual void audioReceived(std::int64_t recorded, Data data) = 0;
 };
 
-/// Receives audio recordings on a UDP port: the peer announces each one and sends its bytes, and
-/// the delegate is given whole recordings. Somebody must drain DispatchQueue::main(), over which
-/// completed recordings are handed on. Any thread may begin and end it; it lives until the process
-/// ends.
+/// Receives audio recordings on a UDP port. The peer announces each recording and sends its bytes;
+/// the delegate gets complete recordings. The application must drain DispatchQueue::main(), through
+/// which complete recordings reach the delegate. Any thread may begin and end it. The receiver
+/// lives until the process ends.
 ///
-/// The peer says, each in a datagram of its own (words in any case, "~" as good as "|"):
+/// The peer's messages, one per datagram (words in any case; "~" separates fields as "|" does):
 ///
-///     recorded|NUMBER|LABEL|SIZE   then SIZE bytes in datagrams; the label is not read
+///     recorded|NUMBER|LABEL|SIZE   SIZE bytes follow in datagrams; the label is ignored
 ///     wave|V1|L1|V2|L2|V3          is ignored
 class RxAudioUDP final : public UDPServerDelegate, public std::enable_shared_from_this<RxAudioUDP> {
   struct Private {
@@ -43,45 +48,45 @@ class RxAudioUDP final : public UDPServerDelegate, public std::enable_shared_fro
   };
 
  public:
-  /// Binds `port`. `name` labels the log lines; `bufferSize` is the longest datagram in bytes, to
-  /// which longer ones are cut, so that their objects are lost: more than 65500 counts as that, and
-  /// with less than 1 the first datagram stops the process. The delegate, null for none, is held
-  /// strongly, and for ever. Throws UDPError as UDPServer::create().
+  /// Creates a receiver bound to `port`. `name` labels the log lines. Datagrams longer than
+  /// `bufferSize` bytes are truncated, and their objects are lost. Values above 65,500 are clamped
+  /// to 65,500. Below 1, the first datagram stops the process. The receiver owns the delegate,
+  /// which may be null, until the process ends. Throws the same UDPErrors as UDPServer::create().
   [[nodiscard]] static std::shared_ptr<RxAudioUDP> create(
       std::string name, std::uint16_t port, std::int64_t bufferSize,
       std::shared_ptr<RxAudioUDPDelegate> delegate);
 
-  /// Closed to others, who call create().
+  /// Closed to others: use create().
   RxAudioUDP(Private, std::shared_ptr<RxAudioUDPDelegate> delegate);
   ~RxAudioUDP() override;
   RxAudioUDP(const RxAudioUDP&) = delete;
   RxAudioUDP& operator=(const RxAudioUDP&) = delete;
 
-  /// Starts receiving. Throws UDPError::alreadyInProgress while it does, and std::system_error when
-  /// no thread can be started. A receiver that was ended may be begun again, but hears nothing any
-  /// more, and its thread uses a processor for nothing: create a new one.
+  /// Starts the receive thread. Throws UDPError::alreadyInProgress if it was started and not ended,
+  /// and std::system_error or std::bad_alloc if it cannot be started. Do not restart a receiver
+  /// after endOperation(): it receives nothing and occupies a processor. Create a new one.
   void beginOperation();
 
-  /// Stops receiving, and drops the recordings that wait on the operation queue; those that wait on
-  /// the main queue still come. Returns at once; the port is free a moment later, and never if the
-  /// receiver was not begun.
+  /// Stops receiving and drops the recordings that wait on the operation queue. Those that wait on
+  /// the main queue are still delivered. Returns at once. The receive thread frees the port after
+  /// its current pass; a receiver that was never begun keeps its port.
   void endOperation();
 
-  /// Whether the receiver was begun and not ended; no sign that anything arrives.
+  /// True from beginOperation() to endOperation(), whether or not data arrives.
   [[nodiscard]] bool isActive() const { return isActive_; }
 
-  /// The fields of a message between "|" and "~", without the empty ones.
+  /// Returns the fields of a message, separated by "|" and "~", without the empty ones.
   [[nodiscard]] std::vector<std::string> splitMessage(std::string_view message) const;
 
-  /// What a datagram is in an audio stream. A text without any field is a fatal error.
+  /// Classifies a datagram of an audio stream. A text without any field is a fatal error.
   [[nodiscard]] static RxMessage classify(Data datagram);
 
-  /// Handles the endpoint's next datagram; never replies. Called on the receive thread. When memory
-  /// runs out, the datagram and the recording in progress are dropped.
+  /// Handles the next queued datagram; never replies. Called on the receive thread. If memory runs
+  /// out, the datagram and the recording in progress are dropped.
   [[nodiscard]] std::optional<Data> processMessageForResponse() override;
 
   /// Acts on a classified message; never replies. Called on the receive thread. A recording
-  /// announced with too few parameters, or one that is no integer, is a fatal error.
+  /// announcement with too few parameters or with a non-integer is a fatal error.
   std::optional<Data> handleMessage(std::optional<Data> data,
                                     std::optional<std::vector<std::string>> params,
                                     RxResponse response);
@@ -93,7 +98,7 @@ class RxAudioUDP final : public UDPServerDelegate, public std::enable_shared_fro
 
   // Fixed after construction.
   NSOperationQueue operationQueue_;
-  std::shared_ptr<UDPServer> server_;  // and it owns us: the two keep each other alive, on purpose
+  std::shared_ptr<UDPServer> server_;  // which owns this receiver: an intended reference cycle
 
   // Used by the receive thread only.
   std::shared_ptr<RxAudioFrame> currentFrame_;

@@ -85,7 +85,7 @@ RxMessage RxImageUDP::classify(Data datagram) {
   } else if (equalsIgnoringCase(command, "end")) {
     message.response = RxResponse::Stop;
   } else {
-    // On purpose: text that is no command is no piece of an image either.
+    // Intentional: a text that is not a command is not a chunk of an image either.
     message.payload.reset();
   }
   return message;
@@ -99,7 +99,7 @@ std::optional<Data> RxImageUDP::processMessageForResponse() {
     RxMessage message = classify(std::move(*datagram));
     return handleMessage(std::move(message.payload), std::move(message.params), message.response);
   } catch (const std::bad_alloc&) {
-    // The datagram is lost. What follows it must not complete the image in progress.
+    // The datagram is lost: later chunks must not complete the image in progress.
     currentFrame_.reset();
     return std::nullopt;
   }
@@ -172,7 +172,7 @@ void RxImageUDP::deliver(std::shared_ptr<RxImageFrame> frame) {
     });
     operationQueue_.addOperation(operation);
   } catch (const std::bad_alloc&) {
-    // The image is dropped. The block and the operation would keep each other alive.
+    // The image is dropped. Clearing the block breaks its reference cycle with the operation.
     if (operation) operation->setCompletionBlock(nullptr);
   }
 }

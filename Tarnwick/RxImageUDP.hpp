@@ -18,86 +18,89 @@
 
 namespace [[gnu::visibility("default")]] tarnwick {
 
-/// What an application is told of an image stream. The call may not throw.
+/// Receives the images of an image stream.
 class RxImageUDPDelegate {
  public:
   virtual ~RxImageUDPDelegate() = default;
 
-  /// An image is complete and decoded. It is never null and belongs to the application. `bounds` is
-  /// the rectangle that it covers, in pixels of the sender's screen from its top left, or absent
-  /// when it is the whole screen. An image may have another size than its bounds: scale it into
-  /// them. If it is smaller than bounds that begin at 0, 0, it is a preview of the whole screen,
-  /// which has the size of the bounds. A receiver that starts late gets regions first: do not wait
-  /// for an image without bounds.
+  /// Called with a complete, decoded image, which is never null and which the application owns.
+  /// `bounds` is the rectangle that it covers, in pixels from the top left of the sender's screen;
+  /// absent if it covers the whole screen. If the two sizes differ, scale the image to the bounds.
+  /// An image smaller than bounds that begin at 0, 0 is a preview of the whole screen, which has
+  /// the size of the bounds. A receiver that starts late gets regions first: do not wait for an
+  /// image without bounds.
   ///
   /// Called on a thread of the receiver's operation queue, one call at a time, in the order in
-  /// which the images became complete. Images that are complete by then may still come after
-  /// endOperation().
+  /// which the images became complete. The method may call endOperation(), but not
+  /// beginOperation(), and drop the last reference to the receiver. While it runs, the receive
+  /// thread goes on, and later images wait on the operation queue without limit. It must not throw:
+  /// any exception ends the process. After endOperation() the image in progress on the operation
+  /// queue can still be delivered, as can images that wait on the main queue.
   virtual void imageReceived(std::shared_ptr<NSImage> image, std::optional<CGRect> bounds) = 0;
 };
 
-/// Receives images of a peer's screen on a UDP port: the peer announces each one, the whole screen
-/// or a rectangle of it, and sends its file, and the delegate is given decoded images. Somebody
-/// must drain DispatchQueue::main(), over which completed images are handed on. Any thread may
-/// begin and end it; it lives until the process ends.
+/// Receives images of a peer's screen on a UDP port. The peer announces each image, of the whole
+/// screen or of a rectangle, and sends its file; the delegate gets decoded images. The application
+/// must drain DispatchQueue::main(), through which complete images reach the delegate. Any thread
+/// may begin and end it. The receiver lives until the process ends.
 ///
-/// The peer says, each in a datagram of its own (words in any case, "~" as good as "|"):
+/// The peer's messages, one per datagram (words in any case; "~" separates fields as "|" does):
 ///
-///     pin|PIN                            answered "pin|ok" or "pin|rejected", and nothing more
-///     starting                           drops the image in progress
-///     size|SIZE                          a whole screen: then SIZE bytes of JPEG or PNG follow
-///     size|SIZE|LABEL|X|Y|WIDTH|HEIGHT   a rectangle of it likewise; the label is not read
-///     end                                drops the image in progress
+///     pin|PIN                            reply "pin|ok" or "pin|rejected"; no other effect
+///     starting                           discards the image in progress
+///     size|SIZE                          SIZE bytes of JPEG or PNG follow: the whole screen
+///     size|SIZE|LABEL|X|Y|WIDTH|HEIGHT   the same, a rectangle of it; the label is ignored
+///     end                                discards the image in progress
 class RxImageUDP final : public UDPServerDelegate, public std::enable_shared_from_this<RxImageUDP> {
   struct Private {
     explicit Private() = default;
   };
 
  public:
-  /// Binds `port`. `name` labels the log lines; `bufferSize` is the longest datagram in bytes, to
-  /// which longer ones are cut, so that their objects are lost: more than 65500 counts as that, and
-  /// with less than 1 the first datagram stops the process. The delegate, null for none, is held
-  /// strongly, and for ever. Throws UDPError as UDPServer::create().
+  /// Creates a receiver bound to `port`. `name` labels the log lines. Datagrams longer than
+  /// `bufferSize` bytes are truncated, and their objects are lost. Values above 65,500 are clamped
+  /// to 65,500. Below 1, the first datagram stops the process. The receiver owns the delegate,
+  /// which may be null, until the process ends. Throws the same UDPErrors as UDPServer::create().
   [[nodiscard]] static std::shared_ptr<RxImageUDP> create(
       std::string name, std::uint16_t port, std::int64_t bufferSize,
       std::shared_ptr<RxImageUDPDelegate> delegate);
 
-  /// Closed to others, who call create().
+  /// Closed to others: use create().
   RxImageUDP(Private, std::shared_ptr<RxImageUDPDelegate> delegate);
   ~RxImageUDP() override;
   RxImageUDP(const RxImageUDP&) = delete;
   RxImageUDP& operator=(const RxImageUDP&) = delete;
 
-  /// Starts receiving. Throws UDPError::alreadyInProgress while it does, and std::system_error when
-  /// no thread can be started. A receiver that was ended may be begun again, but hears nothing any
-  /// more, and its thread uses a processor for nothing: create a new one.
+  /// Starts the receive thread. Throws UDPError::alreadyInProgress if it was started and not ended,
+  /// and std::system_error or std::bad_alloc if it cannot be started. Do not restart a receiver
+  /// after endOperation(): it receives nothing and occupies a processor. Create a new one.
   void beginOperation();
 
-  /// Stops receiving, and drops the images that wait on the operation queue; those that wait on
-  /// the main queue still come. Returns at once; the port is free a moment later, and never if the
-  /// receiver was not begun.
+  /// Stops receiving and drops the images that wait on the operation queue. Those that wait on the
+  /// main queue are still delivered. Returns at once. The receive thread frees the port after its
+  /// current pass; a receiver that was never begun keeps its port.
   void endOperation();
 
-  /// Whether the receiver was begun and not ended; no sign that anything arrives.
+  /// True from beginOperation() to endOperation(), whether or not data arrives.
   [[nodiscard]] bool isActive() const { return isActive_; }
 
-  /// The fields of a message between "|" and "~", without the empty ones.
+  /// Returns the fields of a message, separated by "|" and "~", without the empty ones.
   [[nodiscard]] std::vector<std::string> splitMessage(std::string_view message) const;
 
-  /// Whether `pin` is the pairing PIN, character for character. The PIN is an answer to the peer
-  /// and nothing more: images are received whether or not it was ever offered.
+  /// Returns whether `pin` is the pairing PIN, character for character. The PIN only decides the
+  /// reply to the peer: images are received without it, too.
   [[nodiscard]] bool approveConnection(std::string_view pin) const;
 
-  /// What a datagram is in an image stream. A text without any field is a fatal error.
+  /// Classifies a datagram of an image stream. A text without any field is a fatal error.
   [[nodiscard]] static RxMessage classify(Data datagram);
 
-  /// Handles the endpoint's next datagram and returns the reply. Called on the receive thread. When
-  /// memory runs out, the datagram and the image in progress are dropped.
+  /// Handles the next queued datagram and returns the reply, if any. Called on the receive thread.
+  /// If memory runs out, the datagram and the image in progress are dropped.
   [[nodiscard]] std::optional<Data> processMessageForResponse() override;
 
-  /// Acts on a classified message and returns the reply. Called on the receive thread. An
-  /// announcement whose size is not an integer, or whose rectangle is not four numbers, is ignored;
-  /// a coordinate that does not fit an integer is a fatal error, as for makeCGRect().
+  /// Acts on a classified message and returns the reply, if any. Called on the receive thread. An
+  /// image announcement is ignored if its size is not an integer or if any coordinate is not a
+  /// number. A coordinate that does not fit an integer is a fatal error, as for makeCGRect().
   std::optional<Data> handleMessage(std::optional<Data> data,
                                     std::optional<std::vector<std::string>> params,
                                     RxResponse response);
@@ -110,7 +113,7 @@ class RxImageUDP final : public UDPServerDelegate, public std::enable_shared_fro
 
   // Fixed after construction.
   NSOperationQueue operationQueue_;
-  std::shared_ptr<UDPServer> server_;  // and it owns us: the two keep each other alive, on purpose
+  std::shared_ptr<UDPServer> server_;  // which owns this receiver: an intended reference cycle
 
   // Used by the receive thread only.
   std::shared_ptr<RxImageFrame> currentFrame_;

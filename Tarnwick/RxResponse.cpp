@@ -6,7 +6,7 @@
 namespace tarnwick {
 namespace {
 
-constexpr std::size_t mostFields = 7;  // of a `size` with a rectangle
+constexpr std::size_t mostFields = 7;  // in a `size` message with a rectangle
 
 }  // namespace
 

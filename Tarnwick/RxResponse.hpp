@@ -10,10 +10,10 @@
 
 namespace [[gnu::visibility("default")]] tarnwick {
 
-/// What a received datagram is. A receiver's classifier says it, its handleMessage() acts on it.
+/// The class of a datagram. A receiver's classify() determines it, its handleMessage() acts on it.
 enum class RxResponse : std::uint8_t {
   Bounds,      ///< never produced
-  Default,     ///< a chunk of payload, or a text that means nothing
+  Default,     ///< a chunk of payload, or a text to ignore
   OK,          ///< never produced
   Pin,         ///< image: a pairing PIN is offered
   Start,       ///< video: "start"; image: "starting"
@@ -22,35 +22,35 @@ enum class RxResponse : std::uint8_t {
   Wave,        ///< audio: "wave"
   Audio,       ///< audio: a recording is announced
   VideoFrame,  ///< video: a frame is announced
-  Unknown,     ///< never produced; its raw value answers a `Pin` that is given no PIN
+  Unknown,     ///< never produced; its raw value is the reply to a `Pin` without a PIN
 };
 
-/// The case with this raw value; absent when there is none.
+/// Returns the case with this raw value; absent if there is none.
 [[nodiscard]] std::optional<RxResponse> rxResponseFromRawValue(std::uint8_t rawValue);
 
-/// One datagram, classified.
+/// A classified datagram.
 struct RxMessage {
-  std::optional<Data> payload;                     ///< its bytes; absent when they were dropped
-  std::optional<std::vector<std::string>> params;  ///< the fields that matter; absent if none does
-  RxResponse response = RxResponse::Default;       ///< what the datagram is
+  std::optional<Data> payload;                     ///< its bytes; absent if dropped
+  std::optional<std::vector<std::string>> params;  ///< the parameters; absent if it has none
+  RxResponse response = RxResponse::Default;       ///< its class
 
-  /// Equal in all three.
+  /// Compares all three.
   bool operator==(const RxMessage&) const = default;
 };
 
-/// What stands between the fields of a message, each character on its own.
+/// The characters that separate the fields of a message.
 inline constexpr std::string_view fieldSeparators = "|~";
 
-/// The command word of a text datagram: its first field. A text without any field, an empty one
-/// included, is a fatal error, as a peer that sends one is not speaking this protocol. The word is
-/// part of `text`, and valid as long as that. Any thread may call it.
+/// Returns the command word of a text datagram: its first field. The word points into `text`. A
+/// text without any field, the empty text included, is a fatal error: a peer that sends one does
+/// not speak this protocol. Any thread may call it.
 [[nodiscard]] std::string_view commandWord(std::string_view text);
 
-/// The fields of a message, as texts of their own, without the empty ones. Any thread may call it.
+/// Returns the fields of a message without the empty ones. Any thread may call it.
 [[nodiscard]] std::vector<std::string> messageFields(std::string_view text);
 
-/// The first fields of a message: at most one more than any command has, which is enough to know
-/// that a command has too many. Any thread may call it.
+/// Returns the first fields of a message, at most one more than the maximum of any command. This is
+/// enough to detect a command with too many fields. Any thread may call it.
 [[nodiscard]] std::vector<std::string> commandFields(std::string_view text);
 
 }  // namespace tarnwick

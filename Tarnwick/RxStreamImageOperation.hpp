@@ -12,25 +12,25 @@
 
 namespace [[gnu::visibility("default")]] tarnwick {
 
-/// Turns a complete buffer into an image with its bounds. The result is there when the operation is
-/// finished, and belongs to the completion block. A cancelled operation has no result, and neither
-/// has one that runs out of memory.
+/// Merges and decodes a complete image, with its bounds. The result is valid once the operation is
+/// finished, and the completion block may move it out. There is no result if the operation was
+/// cancelled or ran out of memory.
 class RxStreamImageOperation final : public BaseStreamOperation {
  public:
-  /// Takes over the buffer, which must not be null and which nobody else may use from now on.
+  /// Takes ownership of `frame`, which must not be null and must not be used elsewhere.
   explicit RxStreamImageOperation(std::shared_ptr<RxImageFrame> frame) : frame_(std::move(frame)) {}
   RxStreamImageOperation() = delete;
 
-  /// Merges the buffer and stores the result, unless the operation was cancelled. Called on the
-  /// queue's thread.
+  /// Merges the chunks and stores the result, unless the operation was cancelled. Called on a
+  /// thread of the operation queue.
   void main() override;
 
  private:
   const std::shared_ptr<RxImageFrame> frame_;
 
  public:
-  std::shared_ptr<NSImage> image;  ///< null when bytes are missing, or are no complete image
-  std::optional<CGRect> bounds;    ///< those of the buffer, whenever no bytes are missing
+  std::shared_ptr<NSImage> image;  ///< null if bytes are missing or are not a complete image
+  std::optional<CGRect> bounds;    ///< the frame's bounds; absent if bytes are missing
 };
 
 }  // namespace tarnwick

@@ -11,7 +11,7 @@
 namespace tarnwick {
 namespace {
 
-/// A datagram of this many bytes or more is never looked at as text. Only video has this threshold.
+/// A datagram of this many bytes or more is never parsed as text. Only video has this limit.
 constexpr std::size_t textLimit = 200;
 
 }  // namespace
@@ -72,7 +72,7 @@ std::optional<Data> RxVideoUDP::processMessageForResponse() {
     RxMessage message = classify(std::move(*datagram));
     return handleMessage(std::move(message.payload), std::move(message.params), message.response);
   } catch (const std::bad_alloc&) {
-    // The datagram is lost. What follows it must not complete the frame in progress.
+    // The datagram is lost: later chunks must not complete the frame in progress.
     currentFrame_.reset();
     return std::nullopt;
   }
@@ -90,7 +90,7 @@ std::optional<Data> RxVideoUDP::handleMessage(std::optional<Data> data,
       if (delegate_) delegate_->videoStarted();
       return bytes("video|started");
     case RxResponse::Stop:
-      // The frame in progress is kept on purpose: its last chunks may arrive behind the "stop".
+      // Intentionally keeps the frame in progress: its last chunks may arrive after "stop".
       if (delegate_) delegate_->videoStopped();
       return bytes("video|stopped");
     case RxResponse::VideoFrame:
@@ -128,7 +128,7 @@ void RxVideoUDP::deliver(std::shared_ptr<RxVideoFrame> frame) {
     });
     operationQueue_.addOperation(operation);
   } catch (const std::bad_alloc&) {
-    // The frame is dropped. The block and the operation would keep each other alive.
+    // The frame is dropped. Clearing the block breaks its reference cycle with the operation.
     if (operation) operation->setCompletionBlock(nullptr);
   }
 }

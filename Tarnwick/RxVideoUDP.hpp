@@ -16,83 +16,94 @@
 
 namespace [[gnu::visibility("default")]] tarnwick {
 
-/// What an application is told of a video stream. None of the calls may throw.
+/// Receives the start, the stop and the frames of a video stream.
 class RxVideoUDPDelegate {
  public:
   virtual ~RxVideoUDPDelegate() = default;
 
-  /// The peer said "start". Called on the receive thread, which reads nothing before the call
-  /// returns; one call that was under way may still come after endOperation(). Not in order with
-  /// the frames, which take another road and may come at the same time. On Linux, a thread that the
-  /// call starts inherits the nice value and the timer slack of the receive thread.
+  /// Called when the peer sent "start". Not ordered relative to frames, which are delivered on
+  /// another thread, possibly at the same time.
+  ///
+  /// Called on the receive thread, one call at a time. The method may call endOperation(), but not
+  /// beginOperation(), and drop the last reference to the receiver. Until it returns, the thread
+  /// neither reads a datagram nor sends the reply, and datagrams that the system's receive buffer
+  /// cannot hold are lost. It must not throw: std::bad_alloc loses the reply and the frame in
+  /// progress, and any other exception ends the process. After endOperation() at most one more call
+  /// can follow, from the pass in progress. Threads that it starts inherit the priority of the
+  /// receive thread and, on Linux, its timer slack.
   virtual void videoStarted() = 0;
 
-  /// The peer said "stop". Called on the receive thread, like videoStarted().
+  /// Called on the receive thread when the peer sent "stop". The rules of videoStarted() apply.
   virtual void videoStopped() = 0;
 
-  /// A frame is complete; its bytes are the application's, and `frameID` is the number that the
-  /// peer gave it. Called on a thread of the receiver's operation queue, one call at a time, in the
-  /// order in which the frames became complete; frames complete by then may still come after
-  /// endOperation().
+  /// Called with the bytes of a complete frame, which the application owns. `frameID` is the number
+  /// that the peer gave the frame.
+  ///
+  /// Called on a thread of the receiver's operation queue, one call at a time, in the order in
+  /// which the frames became complete. The method may call endOperation(), but not
+  /// beginOperation(), and drop the last reference to the receiver. While it runs, the receive
+  /// thread goes on, and later frames wait on the operation queue without limit. It must not throw:
+  /// any exception ends the process. After endOperation() the frame in progress on the operation
+  /// queue can still be delivered, as can frames that wait on the main queue.
   virtual void videoFrameReceived(std::int64_t frameID, Data data) = 0;
 };
 
-/// Receives a video stream on a UDP port: the peer announces each frame and sends its bytes, and
-/// the delegate is given whole frames. Somebody must drain DispatchQueue::main(), over which
-/// completed frames are handed on. Any thread may begin and end it; it lives until the process
-/// ends.
+/// Receives a video stream on a UDP port. The peer announces each frame and sends its bytes; the
+/// delegate gets complete frames. The application must drain DispatchQueue::main(), through which
+/// complete frames reach the delegate. Any thread may begin and end it. The receiver lives until
+/// the process ends.
 ///
-/// The peer says, each in a datagram of its own (words in any case, "~" as good as "|"):
+/// The peer's messages, one per datagram (words in any case; "~" separates fields as "|" does):
 ///
-///     start                          answered "video|started"; drops the frame in progress
-///     videoframe|NUMBER|LABEL|SIZE   then SIZE bytes in datagrams; the label is not read
-///     stop                           answered "video|stopped"; the frame in progress goes on
+///     start                          reply "video|started"; discards the frame in progress
+///     videoframe|NUMBER|LABEL|SIZE   SIZE bytes follow in datagrams; the label is ignored
+///     stop                           reply "video|stopped"; keeps the frame in progress
 class RxVideoUDP final : public UDPServerDelegate, public std::enable_shared_from_this<RxVideoUDP> {
   struct Private {
     explicit Private() = default;
   };
 
  public:
-  /// Binds `port`. `name` labels the log lines; `bufferSize` is the longest datagram in bytes, to
-  /// which longer ones are cut, so that their objects are lost: more than 65500 counts as that, and
-  /// with less than 1 the first datagram stops the process. The delegate, null for none, is held
-  /// strongly, and for ever. Throws UDPError as UDPServer::create().
+  /// Creates a receiver bound to `port`. `name` labels the log lines. Datagrams longer than
+  /// `bufferSize` bytes are truncated, and their objects are lost. Values above 65,500 are clamped
+  /// to 65,500. Below 1, the first datagram stops the process. The receiver owns the delegate,
+  /// which may be null, until the process ends. Throws the same UDPErrors as UDPServer::create().
   [[nodiscard]] static std::shared_ptr<RxVideoUDP> create(
       std::string name, std::uint16_t port, std::int64_t bufferSize,
       std::shared_ptr<RxVideoUDPDelegate> delegate);
 
-  /// Closed to others, who call create().
+  /// Closed to others: use create().
   RxVideoUDP(Private, std::shared_ptr<RxVideoUDPDelegate> delegate);
   ~RxVideoUDP() override;
   RxVideoUDP(const RxVideoUDP&) = delete;
   RxVideoUDP& operator=(const RxVideoUDP&) = delete;
 
-  /// Starts receiving. Throws UDPError::alreadyInProgress while it does, and std::system_error when
-  /// no thread can be started. A receiver that was ended may be begun again, but hears nothing any
-  /// more, and its thread uses a processor for nothing: create a new one.
+  /// Starts the receive thread. Throws UDPError::alreadyInProgress if it was started and not ended,
+  /// and std::system_error or std::bad_alloc if it cannot be started. Do not restart a receiver
+  /// after endOperation(): it receives nothing and occupies a processor. Create a new one.
   void beginOperation();
 
-  /// Stops receiving, and drops the frames that wait on the operation queue; those that wait on
-  /// the main queue still come. Returns at once; the port is free a moment later, and never if the
-  /// receiver was not begun.
+  /// Stops receiving and drops the frames that wait on the operation queue. Those that wait on the
+  /// main queue are still delivered. Returns at once. The receive thread frees the port after its
+  /// current pass; a receiver that was never begun keeps its port.
   void endOperation();
 
-  /// Whether the receiver was begun and not ended; no sign that anything arrives.
+  /// True from beginOperation() to endOperation(), whether or not data arrives.
   [[nodiscard]] bool isActive() const { return isActive_; }
 
-  /// The fields of a message between "|" and "~", without the empty ones.
+  /// Returns the fields of a message, separated by "|" and "~", without the empty ones.
   [[nodiscard]] std::vector<std::string> splitMessage(std::string_view message) const;
 
-  /// What a datagram is in a video stream. A text of fewer than 200 bytes without any field is a
+  /// Classifies a datagram of a video stream. A text of fewer than 200 bytes without any field is a
   /// fatal error.
   [[nodiscard]] static RxMessage classify(Data datagram);
 
-  /// Handles the endpoint's next datagram and returns the reply. Called on the receive thread. When
-  /// memory runs out, the datagram and the frame in progress are dropped.
+  /// Handles the next queued datagram and returns the reply, if any. Called on the receive thread.
+  /// If memory runs out, the datagram and the frame in progress are dropped.
   [[nodiscard]] std::optional<Data> processMessageForResponse() override;
 
-  /// Acts on a classified message and returns the reply. Called on the receive thread. A frame
-  /// announced with too few parameters, or one that is no integer, is a fatal error.
+  /// Acts on a classified message and returns the reply, if any. Called on the receive thread. A
+  /// frame announcement with too few parameters or with a non-integer is a fatal error.
   std::optional<Data> handleMessage(std::optional<Data> data,
                                     std::optional<std::vector<std::string>> params,
                                     RxResponse response);
@@ -104,7 +115,7 @@ class RxVideoUDP final : public UDPServerDelegate, public std::enable_shared_fro
 
   // Fixed after construction.
   NSOperationQueue operationQueue_;
-  std::shared_ptr<UDPServer> server_;  // and it owns us: the two keep each other alive, on purpose
+  std::shared_ptr<UDPServer> server_;  // which owns this receiver: an intended reference cycle
 
   // Used by the receive thread only.
   std::shared_ptr<RxVideoFrame> currentFrame_;
