@@ -5,12 +5,12 @@
 
 namespace tarnwick {
 
-/// Runs `body(0)` to `body(count - 1)` on threads of their own, the first one on the calling
-/// thread, and returns when all have ended; where the system grants no thread, on the calling one.
-/// Throws then what one of them threw. Any thread may call it.
+/// Calls `body(0)` on the calling thread and `body(1)` to `body(count - 1)` on a new thread each.
+/// If a thread cannot be started, its call runs on the calling thread. Returns when all calls have
+/// ended, and rethrows the exception of the first one that threw. Any thread may call it.
 void concurrently(std::size_t count, const std::function<void(std::size_t)>& body);
 
-/// How many bodies can run at once.
+/// The number of processors, at least 1.
 [[nodiscard]] std::size_t processorCount() noexcept;
 
 }  // namespace tarnwick

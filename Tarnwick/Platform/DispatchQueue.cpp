@@ -12,7 +12,7 @@
 
 namespace tarnwick {
 
-/// The calling thread's turn to drain; ends with the block that holds it, also by an exception.
+/// The calling thread's turn to drain. The destructor ends it, also after an exception.
 class DispatchQueue::Turn {
  public:
   explicit Turn(DispatchQueue& queue) : queue_(queue) {
@@ -38,7 +38,7 @@ class DispatchQueue::Turn {
   Turn(const Turn&) = delete;
   Turn& operator=(const Turn&) = delete;
 
-  /// How many blocks waited when the turn began; none for a block's own call.
+  /// The number of blocks that were queued when the turn began; 0 for a call from a block.
   [[nodiscard]] std::size_t waiting() const { return waiting_; }
 
  private:

@@ -13,41 +13,45 @@ namespace [[gnu::visibility("default")]] tarnwick {
 template <typename Value>
 class NeverDestroyed;
 
-/// The main queue: blocks that wait to be run one after another, in the order in which they came.
-/// The framework hands every completed object over through it, so an application must drain it:
-/// with run() on a thread of its own choice, or with drain() from its own event loop whenever
-/// fileDescriptor() is readable. Any thread may call any member.
+/// The main queue: runs blocks one at a time, in the order in which they were added. The framework
+/// passes every completed object through it, so an application must drain it: with run() on a
+/// thread of its choice, or with drain() from its own event loop whenever fileDescriptor() is
+/// readable. Any thread may call any member.
 class DispatchQueue {
  public:
-  /// The one queue of the process. It is never destroyed, so that threads which outlive the end of
-  /// the program's `main` find it whole.
+  /// The queue of the process. It is never destroyed, so that threads that are still running after
+  /// the program's `main` has returned can use it.
   static DispatchQueue& main();
 
   DispatchQueue(const DispatchQueue&) = delete;
   DispatchQueue& operator=(const DispatchQueue&) = delete;
 
-  /// Adds a block and returns at once. The block is released on the thread that ran it. Throws
-  /// std::bad_alloc when no memory is left, which changes nothing.
+  /// Adds a block and returns at once. Throws std::bad_alloc if memory is short; the queue is then
+  /// unchanged.
+  ///
+  /// The block runs on the thread that calls drain() or run(), and is destroyed on that thread. It
+  /// may call any member. Later blocks wait while it runs. An exception from the block leaves the
+  /// drain() or run() that called it; later blocks remain queued.
   void async(std::function<void()> block);
 
-  /// Runs the blocks that wait now, on the calling thread, and returns how many it ran; blocks that
-  /// are added meanwhile wait for the next call. One caller at a time: another waits for its turn,
-  /// and a block that calls it runs none. What a block throws passes; the later ones wait on.
+  /// Runs the blocks that are queued now, on the calling thread, and returns their number. Blocks
+  /// that are added meanwhile wait for the next call. Concurrent calls take turns. A call from a
+  /// block runs nothing and returns 0.
   std::size_t drain();
 
-  /// Drains, and waits for more, until stop() is called. Called by a block it only waits for that.
-  /// Several threads may call run() and drain(): blocks still run one at a time, in order.
+  /// Drains the queue and waits for more blocks, until stop() is called. A call from a block only
+  /// waits for stop(). Several threads may call run() and drain(): blocks still run one at a time.
   void run();
 
-  /// Lets one run() return after the blocks under way. With several threads in run(), each call
-  /// makes one of them return; a second call before it has returned changes nothing. With none, the
-  /// next run() returns at once. Not for signal handlers, as it takes a lock.
+  /// Makes one run() return, after the drain in progress. With several threads in run(), each call
+  /// makes one of them return; a second call before that has no effect. If no thread is in run(),
+  /// the next run() returns at once. Do not call it from a signal handler: it takes a lock.
   void stop();
 
-  /// A descriptor that is readable while blocks wait that no drain() has begun with, for poll() and
-  /// its kin. It becomes readable anew with the first block that is added after a drain() began, so
-  /// edge-triggered waiting (EPOLLET) works with one drain() per event. It belongs to the queue:
-  /// read nothing from it and do not close it. Throws std::system_error if there is none.
+  /// Returns a descriptor for poll() or epoll that is readable while blocks wait for a drain(). A
+  /// drain() makes it unreadable when it begins; the next block that is added makes it readable
+  /// again. Edge-triggered waiting (EPOLLET) therefore works with one drain() per event. The queue
+  /// owns it: do not read from it or close it. Throws std::system_error if no pipe can be created.
   [[nodiscard]] int fileDescriptor() const;
 
  private:
@@ -64,9 +68,9 @@ class DispatchQueue {
   mutable Mutex lock_;
   std::condition_variable_any changed_;
   std::deque<std::function<void()>> blocks_ TARNWICK_GUARDED_BY(lock_);
-  std::thread::id drainer_ TARNWICK_GUARDED_BY(lock_);  // the thread that drains, if one does
+  std::thread::id drainer_ TARNWICK_GUARDED_BY(lock_);  // the draining thread, if any
   bool stopped_ TARNWICK_GUARDED_BY(lock_) = false;
-  // A pipe that holds one byte while it is readable, made by the first fileDescriptor().
+  // A pipe that holds one byte while it is readable. The first fileDescriptor() creates it.
   mutable int readEnd_ TARNWICK_GUARDED_BY(lock_) = -1;
   mutable int writeEnd_ TARNWICK_GUARDED_BY(lock_) = -1;
   mutable bool isReadable_ TARNWICK_GUARDED_BY(lock_) = false;

@@ -5,7 +5,7 @@ namespace tarnwick {
 void DispatchSemaphore::signal() {
   const MutexLock lock(lock_);
   ++count_;
-  signalled_.notify_one();  // under the lock: whoever has been woken may destroy the semaphore
+  signalled_.notify_one();  // under the lock: the woken thread may destroy the semaphore
 }
 
 bool DispatchSemaphore::wait(std::chrono::milliseconds timeout) {

@@ -8,18 +8,18 @@
 
 namespace [[gnu::visibility("default")]] tarnwick {
 
-/// A counting semaphore that starts at zero. Any thread may call any member. (The standard
-/// library's own can, in the releases in use, sleep through a signal that arrives while it begins
-/// to wait.)
+/// A counting semaphore that starts at zero. Any thread may call any member. Used instead of
+/// std::counting_semaphore, which in the releases in use can miss a signal that arrives while it
+/// begins to wait.
 class DispatchSemaphore {
  public:
-  /// Whether the system granted its mutex. A semaphore without one must not be used.
+  /// Whether the mutex could be initialised. If not, call no other member.
   [[nodiscard]] bool isUsable() const noexcept { return lock_.isUsable(); }
 
   /// Adds one to the count and wakes a waiting thread.
   void signal();
 
-  /// Waits until the count is above zero and takes one off; false when `timeout` passed first.
+  /// Waits until the count is above zero and decrements it. Returns false after `timeout`.
   [[nodiscard]] bool wait(std::chrono::milliseconds timeout);
 
  private:

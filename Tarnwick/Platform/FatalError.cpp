@@ -9,10 +9,10 @@
 namespace tarnwick {
 
 void fatalError(std::string_view text) noexcept {
-  // One write for the whole line, so that no other thread's output comes between.
+  // One write for the whole line, so that no other thread's output splits it.
   const std::string line = "Fatal error: " + std::string(text) + "\n";
   std::fwrite(line.data(), 1, line.size(), stderr);
-  if (flushLog()) std::fflush(stdout);  // else it is blocked, and flushing would never return
+  if (flushLog()) std::fflush(stdout);  // otherwise it is blocked, and fflush() would block too
   std::abort();
 }
 

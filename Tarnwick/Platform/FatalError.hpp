@@ -8,19 +8,19 @@
 
 namespace tarnwick {
 
-/// Stops the process: writes `Fatal error: ` and `text` as one line on standard error, writes the
-/// log lines that wait, flushes standard output and aborts. A standard output that nobody reads
-/// delays this by a second. For the conditions that are documented to end it, and no others.
+/// Ends the process: writes `Fatal error: ` and `text` as one line to standard error, writes the
+/// waiting log lines, flushes standard output and aborts. A blocked standard output delays this by
+/// a second. Only for conditions that are documented to end the process.
 [[noreturn]] void fatalError(std::string_view text) noexcept;
 
-/// The value of an optional that must have one; a fatal error when it has none.
+/// The value of an optional that must have one; a fatal error if it is empty.
 template <typename Value>
 [[nodiscard]] Value unwrapped(std::optional<Value> value) {
   if (!value) fatalError("Unexpectedly found nil while unwrapping an Optional value");
   return std::move(*value);
 }
 
-/// The element at `index`; a fatal error when there are not so many.
+/// The element at `index`; a fatal error if `index` is out of range.
 template <typename Value>
 [[nodiscard]] const Value& element(const std::vector<Value>& values, std::size_t index) {
   if (index >= values.size()) fatalError("Index out of range");

@@ -27,25 +27,25 @@ using namespace std::chrono_literals;
 
 constexpr std::size_t maximumWaiting = std::size_t{1} << 20;  // in bytes
 
-/// How long one wait for a blocked output lasts, in milliseconds: the application may have pointed
-/// standard output elsewhere in the meantime.
+/// The timeout of one poll() of a blocked output, in milliseconds. The next poll() notices if the
+/// application has redirected standard output meanwhile.
 constexpr int outputWait = 100;
 
-/// The log's thread looks for lines at this interval, so that logging one need not wake it, which
-/// costs the caller up to 25 microseconds. It sleeps until woken once none has come for idleTime.
+/// The log's thread checks for lines at this interval: waking it would cost the caller up to 25
+/// microseconds. After idleTime without a line, it sleeps until a caller wakes it.
 constexpr auto interval = 10ms;
 constexpr auto idleTime = 1s;
 
-/// How much of `text` to write at once: whole lines, as far as a pipe takes them in one piece.
+/// How many bytes of `text` to write at once: whole lines, up to what a pipe accepts atomically.
 std::size_t pieceOf(std::string_view text) {
   if (text.size() <= PIPE_BUF) return text.size();
   const std::size_t newline = text.rfind('\n', PIPE_BUF - 1);
   return newline == std::string_view::npos ? PIPE_BUF : newline + 1;
 }
 
-/// Writes the beginning of `text` on standard output as soon as that does not block, and returns
-/// how long it was. stdio is avoided: a thread that is blocked inside it holds the lock of
-/// `stdout`, which std::exit() needs.
+/// Writes the beginning of `text` to standard output as soon as that does not block, and returns
+/// its length. Avoids stdio: a thread that is blocked inside it holds the lock of `stdout`, which
+/// std::exit() needs.
 std::size_t writeSome(std::string_view text) {
   const std::size_t size = pieceOf(text);
   for (;;) {
@@ -57,7 +57,7 @@ std::size_t writeSome(std::string_view text) {
   }
 }
 
-/// The lines that wait, and the thread that writes them.
+/// The waiting lines, and the thread that writes them.
 class Log {
  public:
   static Log& shared() {
@@ -65,7 +65,7 @@ class Log {
     return *log;
   }
 
-  /// Takes a line to write, or drops it while too much waits; false when no thread would write it.
+  /// Queues a line, or drops it if too much waits. Returns false if no thread would write it.
   bool add(std::string_view line) {
     if (isForked_) return false;
     const MutexLock lock(lock_);
@@ -95,7 +95,7 @@ class Log {
     }
     isRunning_ = true;
     std::atexit([] { shared().prepareForExit(); });
-    // A child has no thread but the one that called fork(), and finds the lock in any state.
+    // A child process has only the thread that called fork(), and the lock may be locked in it.
     pthread_atfork(nullptr, nullptr, [] { shared().isForked_ = true; });
     return true;
   }
@@ -134,8 +134,8 @@ class Log {
     isIdle_ = false;
   }
 
-  /// Waits for the lines so far. The lines of static destructors come later, and each of them waits
-  /// until it has been written. A blocked output ends the waiting: the process waits for it once.
+  /// Waits until the lines so far are written. Static destructors may log later: each such call
+  /// waits for its own line. After the first wait that fails, no call waits any more.
   void prepareForExit() {
     if (isForked_) return;
     const MutexLock lock(lock_);
@@ -161,7 +161,7 @@ class Log {
   std::condition_variable_any lineAdded_, linesWritten_;
   std::string waiting_ TARNWICK_GUARDED_BY(lock_);
   std::uint64_t added_ TARNWICK_GUARDED_BY(lock_) = 0;    // in bytes, since the process began
-  std::uint64_t written_ TARNWICK_GUARDED_BY(lock_) = 0;  // the same
+  std::uint64_t written_ TARNWICK_GUARDED_BY(lock_) = 0;  // also in bytes
   bool isRunning_ TARNWICK_GUARDED_BY(lock_) = false;
   bool isIdle_ TARNWICK_GUARDED_BY(lock_) = false;
   bool isExiting_ TARNWICK_GUARDED_BY(lock_) = false;

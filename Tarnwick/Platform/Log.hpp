@@ -5,21 +5,21 @@
 
 namespace tarnwick {
 
-/// Logs `line`: hands it to the log's own thread, which writes it and a newline on standard output.
-/// Any thread may call it, and no caller ever waits for standard output.
+/// Logs `line`: passes it to the log's thread, which writes it and a newline to standard output.
+/// Any thread may call it. The caller does not wait for standard output, with two exceptions. While
+/// std::exit() runs, it waits until the line is written. In a child of fork(), and if the log's
+/// thread cannot be started, it writes the line itself.
 ///
-/// Lines are written whole and in the order of the calls. They do not pass through stdio, so their
-/// order relative to text that the application has buffered in `stdout` is unspecified. Up to 1 MB
-/// of lines waits; while that much waits, further lines are dropped. A failing standard output is
-/// ignored, a closed pipe included, and so is a lack of memory.
+/// Lines are written in the order of the calls. They bypass stdio, so their order relative to text
+/// in the buffer of `stdout` is unspecified. At most 1 MB of lines waits; a line that exceeds it is
+/// dropped. Write errors are ignored, a closed pipe included. If memory is short, the line is lost.
 ///
-/// Lines that wait are written before std::exit() and a fatal error end the process. A signal,
-/// _exit() or std::abort() may lose the lines of the last milliseconds. In a child of fork() and
-/// where no thread can be started, the calling thread writes the line.
+/// Before std::exit() or a fatal error ends the process, the waiting lines are written, unless the
+/// output is blocked for a second. A signal, _exit() or std::abort() loses the waiting lines.
 void logLine(std::string line) noexcept;
 
-/// Waits until the lines logged so far have been written. Gives up and returns false once nothing
-/// has been written for `patience`.
+/// Waits until the lines logged so far have been written. Returns false if nothing is written for
+/// `patience`.
 bool flushLog(std::chrono::milliseconds patience = std::chrono::seconds(1));
 
 }  // namespace tarnwick

@@ -4,8 +4,8 @@
 
 namespace tarnwick {
 
-/// Runs `body` and abandons it if it runs out of memory. On a thread of ours this costs what was
-/// under way, such as one datagram or one log line; the thread itself goes on.
+/// Runs `body` and returns early if memory is short. A thread of the framework then loses the work
+/// in progress, such as one datagram or one log line, and continues.
 template <typename Body>
 void ifMemoryAllows(Body body) try {
   body();

@@ -2,7 +2,7 @@
 
 #include <pthread.h>
 
-// Clang's thread-safety annotations; nothing with other compilers. See
+// Clang's thread-safety annotations; empty for other compilers. See
 // https://clang.llvm.org/docs/ThreadSafetyAnalysis.html.
 #if defined(__clang__)
 #define TARNWICK_ANNOTATION(x) __attribute__((x))
@@ -19,8 +19,8 @@
 
 namespace [[gnu::visibility("default")]] tarnwick {
 
-/// A POSIX mutex with default attributes. Its initialisation may fail; who can report that asks
-/// `isUsable()` before the first use. Lock it through MutexLock, for few lines.
+/// A POSIX mutex with default attributes. Its initialisation can fail: a class that can report this
+/// checks `isUsable()` before the first use. Lock it through MutexLock, for few lines.
 class TARNWICK_CAPABILITY("mutex") Mutex {
  public:
   Mutex() noexcept : initialisation_(pthread_mutex_init(&mutex_, nullptr)) {}
@@ -30,7 +30,7 @@ class TARNWICK_CAPABILITY("mutex") Mutex {
   Mutex(const Mutex&) = delete;
   Mutex& operator=(const Mutex&) = delete;
 
-  /// Whether the system granted the mutex. One that it did not grant must not be locked.
+  /// Whether the initialisation succeeded. If not, the mutex must not be locked.
   [[nodiscard]] bool isUsable() const noexcept { return initialisation_ == 0; }
 
   void lock() noexcept TARNWICK_ACQUIRE() { pthread_mutex_lock(&mutex_); }
@@ -41,7 +41,7 @@ class TARNWICK_CAPABILITY("mutex") Mutex {
   const int initialisation_;
 };
 
-/// Holds a Mutex from its construction to the end of the block.
+/// Locks a Mutex from its construction to the end of the scope.
 class TARNWICK_SCOPED_CAPABILITY MutexLock {
  public:
   explicit MutexLock(Mutex& mutex) noexcept TARNWICK_ACQUIRE(mutex) : mutex_(mutex) {

@@ -63,7 +63,7 @@ void NSOperation::reportFinished() {
     const MutexLock lock(lock_);
     hasReportedFinished_ = true;
     isQueued = isQueued_;
-    // Under the lock: once it is free, a queue may release the operation, if this is its last user.
+    // Under the lock: after it, the queue may destroy the operation.
     finished_.notify_all();
   }
   if (!isQueued) runCompletionBlock();

@@ -11,71 +11,78 @@
 
 namespace [[gnu::visibility("default")]] tarnwick {
 
-/// One unit of work: a subclass overrides main(), and a queue, or start(), runs it. The operation
-/// tells its observers of every change of "isExecuting" and "isFinished", before and after; it is
-/// done once it has reported itself finished, from whatever thread, and then its completion block
-/// runs, once. Held by std::shared_ptr. Any thread may call any member.
+/// One unit of work. A subclass overrides main(); a queue or start() runs it. Observers are called
+/// before and after every change of "isExecuting" and "isFinished". The operation is done once it
+/// has reported itself finished, on any thread. Its completion block then runs once. Owned by
+/// std::shared_ptr. Any thread may call any member.
 class NSOperation {
  public:
-  /// Neither executing nor finished.
+  /// Creates an operation that is neither executing nor finished.
   NSOperation() = default;
   virtual ~NSOperation() = default;
   NSOperation(const NSOperation&) = delete;
   NSOperation& operator=(const NSOperation&) = delete;
 
-  /// The work, which must not throw. Called also on a cancelled operation: it looks at
-  /// isCancelled() itself.
+  /// The work. Called on one of the queue's threads, or by start(). It is also called on a
+  /// cancelled operation and must check isCancelled() itself. It may call any member. It must not
+  /// throw: an exception on a queue's thread terminates the process.
   virtual void main() {}
 
-  /// Runs main() on the calling thread; for an operation that no queue has.
+  /// Runs main() on the calling thread. Only for operations that are not on a queue.
   void start();
 
-  /// Asks the work not to begin; work that has begun need not look.
+  /// Sets isCancelled(), which main() checks. Work that has begun may ignore it.
   void cancel() noexcept { isCancelled_ = true; }
 
-  /// Whether it was asked.
+  /// Whether cancel() was called.
   [[nodiscard]] bool isCancelled() const noexcept { return isCancelled_; }
 
-  /// Whether the work is under way.
+  /// Whether the work is in progress.
   [[nodiscard]] virtual bool isExecuting() const { return isExecuting_; }
 
-  /// Whether the work is over.
+  /// Whether the work has ended.
   [[nodiscard]] virtual bool isFinished() const { return isFinished_; }
 
-  /// What to do when the operation is done: on its queue's thread or, without a queue, on the
-  /// thread that reports it finished. To be set before the operation begins. The block must not
-  /// throw. It is released when it has run, so it may hold the operation itself.
+  /// Sets the block to run when the operation is done. Set it before the operation begins.
+  ///
+  /// On a queue, the block runs on the thread that ran main(), which starts no other operation
+  /// before the block returns. Without a queue, it runs on the thread that reports the operation
+  /// finished. No lock is held: the block may call any member of the operation and of the queue,
+  /// and may destroy the queue. It must not throw: an exception on a queue's thread terminates the
+  /// process. It is destroyed after it has run, so it may own the operation itself.
   void setCompletionBlock(std::function<void()> block);
 
-  /// When an observer is told.
+  /// When an observer is called.
   enum class Change {
     will,  ///< before a change: the operation has the old value
-    did,   ///< after it: the operation has the new one
+    did,   ///< after a change: the operation has the new value
   };
 
-  /// Told of a change of the key "isExecuting" or "isFinished", on the thread that makes it. It
-  /// must not throw.
+  /// Called before and after a change of the key "isExecuting" or "isFinished", on the thread that
+  /// makes the change, which waits for it. No lock is held: it may call any member. It must not
+  /// throw: an exception on a queue's thread terminates the process.
   using Observer = std::function<void(const NSOperation&, std::string_view key, Change)>;
 
-  /// Adds an observer, which stays as long as the operation.
+  /// Adds an observer. The operation owns its observers. An observer must therefore not own the
+  /// operation: neither would ever be destroyed.
   void addObserver(Observer observer);
 
  protected:
-  /// Who keeps the executing and the finished state.
+  /// Which class stores the executing and the finished state.
   enum class StateKeeper {
-    operation,  ///< this class
-    subclass,   ///< the class derived from it
+    operation,  ///< NSOperation
+    subclass,   ///< the derived class
   };
 
-  /// With StateKeeper::subclass, start() leaves executing and finished to the subclass, which
-  /// overrides isExecuting() and isFinished() and announces every change.
+  /// With StateKeeper::subclass, start() only calls main(). The subclass overrides isExecuting()
+  /// and isFinished() and announces every change.
   explicit NSOperation(StateKeeper keeper) : keeper_(keeper) {}
 
-  /// Tells the observers that the key's value is about to change.
+  /// Calls the observers before a change of the key's value.
   void willChangeValue(std::string_view key);
 
-  /// Tells the observers that the key's value has changed. An operation that is finished by then is
-  /// done.
+  /// Calls the observers after a change of the key's value. If the key is "isFinished" and
+  /// isFinished() is true, the operation is then done.
   void didChangeValue(std::string_view key);
 
  private:
@@ -98,7 +105,7 @@ class NSOperation {
   bool hasReportedFinished_ TARNWICK_GUARDED_BY(lock_) = false;
   bool isQueued_ TARNWICK_GUARDED_BY(lock_) = false;
   std::function<void()> completionBlock_ TARNWICK_GUARDED_BY(lock_);
-  // Replaced as a whole, never changed: an announcement shares it, which allocates nothing.
+  // Replaced as a whole, never modified: announcing a change shares it and allocates nothing.
   std::shared_ptr<const std::vector<Observer>> observers_ TARNWICK_GUARDED_BY(lock_);
 };
 

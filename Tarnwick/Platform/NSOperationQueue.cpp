@@ -28,7 +28,7 @@ class NSOperationQueue::State : public std::enable_shared_from_this<State> {
       const MutexLock lock(lock_);
       waiting_.splice(waiting_.end(), added);
     }
-    changed_.notify_all();  // not one, which may be a worker too many
+    changed_.notify_all();  // not notify_one(): the woken worker may be surplus and end
     startWorkers();
   }
 
@@ -41,7 +41,7 @@ class NSOperationQueue::State : public std::enable_shared_from_this<State> {
     endIdleWorkers();
   }
 
-  /// Ends the workers that are idle, and from now on each one as soon as it is.
+  /// Ends the idle workers, and from now on every worker that becomes idle.
   void endIdleWorkers() {
     {
       const MutexLock lock(lock_);
@@ -52,8 +52,8 @@ class NSOperationQueue::State : public std::enable_shared_from_this<State> {
   }
 
  private:
-  /// Starts a worker for each operation that no worker is free for, up to the maximum. Operations
-  /// whose worker cannot be started wait for the next call or the next free worker.
+  /// Starts a worker for each waiting operation without a free worker, up to the maximum. If a
+  /// worker cannot be started, its operation waits for the next call or the next free worker.
   void startWorkers() noexcept {
     while (reserveWorker()) {
       try {
@@ -83,7 +83,7 @@ class NSOperationQueue::State : public std::enable_shared_from_this<State> {
     }
   }
 
-  /// The next operation for a worker; none when the worker is to end.
+  /// The next operation for a worker; null if the worker must end.
   std::shared_ptr<NSOperation> next() {
     const MutexLock lock(lock_);
     while (waiting_.empty() && keepsIdleWorkers_) changed_.wait(lock_);
@@ -95,8 +95,8 @@ class NSOperationQueue::State : public std::enable_shared_from_this<State> {
     return running_.back();
   }
 
-  /// Takes a finished operation off the list; the worker's own reference, which may be the last,
-  /// goes after the lock.
+  /// Removes a finished operation from the list. The worker drops its own reference, which may be
+  /// the last one, after the lock.
   void release(const std::shared_ptr<NSOperation>& operation) {
     const MutexLock lock(lock_);
     running_.erase(std::find(running_.begin(), running_.end(), operation));

@@ -7,35 +7,35 @@
 
 namespace [[gnu::visibility("default")]] tarnwick {
 
-/// Runs operations on threads of its own, begun in the order in which they were added. An
-/// operation's place is taken from its main() until it has reported itself finished, its completion
-/// block has run and the queue has released it; so with a count of one, results come in order and
-/// one at a time. Any thread may call any member, and the last reference to the queue may go
-/// anywhere, a completion block included: operations that wait still run.
+/// Runs operations on its own threads and starts them in the order in which they were added. An
+/// operation counts as running until it has reported itself finished, its completion block has
+/// returned and the queue has released it. With a maximum of one, results arrive in order. Any
+/// thread may call any member. The queue may be destroyed on any thread, also in a completion
+/// block. Waiting operations then still run, unless the maximum is zero.
 ///
-/// A thread is started when an operation needs one. It then waits for further operations, until the
-/// queue is destroyed or cancelAllOperations() is called. No member throws when a thread cannot be
-/// started: the operation waits for the next call of any member, the destructor included, or for a
-/// thread that becomes free.
+/// Threads are started on demand. An idle thread waits for further operations until the queue is
+/// destroyed or cancelAllOperations() is called. If a thread cannot be started, no member throws:
+/// the operation waits for the next call of any member, the destructor included, or for a thread
+/// that becomes free.
 class NSOperationQueue {
  public:
-  /// Empty, and with one operation a processor at once.
+  /// Creates an empty queue with a maximum of one operation per processor.
   NSOperationQueue();
   ~NSOperationQueue();
   NSOperationQueue(const NSOperationQueue&) = delete;
   NSOperationQueue& operator=(const NSOperationQueue&) = delete;
 
-  /// How many operations may run at once. Zero lets none begin; a negative count, the initial
-  /// setting, means one a processor.
+  /// Sets the maximum number of operations that run at once. With zero, no operation begins. A
+  /// negative count means one per processor, the default.
   void setMaxConcurrentOperationCount(std::int64_t count);
 
-  /// Adds an operation, not null, which belongs to this queue alone. Throws std::bad_alloc when no
-  /// memory is left, which changes nothing.
+  /// Adds an operation, which must not be null and belongs to this queue only. Throws
+  /// std::bad_alloc if memory is short; the queue is then unchanged.
   void addOperation(std::shared_ptr<NSOperation> operation);
 
-  /// Cancels the operations that wait and those that run. They stay on the queue and finish in
-  /// their own way. From then on a thread ends as soon as no operation waits, and operations that
-  /// are added later start a new one.
+  /// Calls cancel() on all waiting and running operations. They remain on the queue and finish on
+  /// their own. From then on, a thread ends as soon as no operation waits. Operations that are
+  /// added later start a new thread if no thread is free.
   void cancelAllOperations();
 
  private:

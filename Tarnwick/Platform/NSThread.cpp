@@ -28,15 +28,15 @@ void NSThread::detachNewThread(std::function<void()> body) {
 
 void NSThread::setThreadPriority(double priority) noexcept {
 #if defined(__linux__)
-  // Under Linux's default policy a thread's priority is its nice value, from -20 (highest) to 19,
-  // to which the kernel clamps it. A hundredth of the scale is one step from the nice value of the
-  // main thread, which is the process's own. Each thread has one ("C library/kernel differences" in
-  // setpriority(2)).
+  // Under Linux's default policy, a thread's priority is its nice value, from -20 (highest) to 19.
+  // The kernel clamps it. A priority step of 0.01 is one nice value, counted from that of the main
+  // thread, which is the process's own. Each thread has its own nice value ("C library/kernel
+  // differences" in setpriority(2)).
   const auto step = static_cast<int>(std::lround((ordinaryPriority - priority) * 100));
   const int processNice = getpriority(PRIO_PROCESS, static_cast<id_t>(getpid()));
   setpriority(PRIO_PROCESS, 0, processNice + step);
-  // By default the kernel ends a sleep up to 50 microseconds late, to end several at once. A thread
-  // of higher priority is woken in time (PR_SET_TIMERSLACK in prctl(2), in nanoseconds).
+  // By default, the kernel ends a sleep up to 50 microseconds late, to end several sleeps together.
+  // A thread of higher priority wakes on time (PR_SET_TIMERSLACK in prctl(2), in nanoseconds).
   prctl(PR_SET_TIMERSLACK, step < 0 ? 1UL : 50'000UL);
 #else
   int policy = 0;

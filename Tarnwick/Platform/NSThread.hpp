@@ -5,19 +5,19 @@
 
 namespace tarnwick {
 
-/// Threads that nobody waits for.
+/// Detached threads, and settings of the calling thread.
 class NSThread final {
  public:
   NSThread() = delete;
 
-  /// Runs `body` on a new thread that nobody waits for. It begins with the priority 0.5, whatever
-  /// the calling thread's is. What the body holds is released on that thread. Throws
-  /// std::system_error when no thread can be started.
+  /// Runs `body` on a new detached thread with the priority 0.5, whatever the calling thread's
+  /// priority. `body` is destroyed on the new thread. It must not throw: that terminates the
+  /// process. Throws std::system_error if no thread can be started.
   static void detachNewThread(std::function<void()> body);
 
-  /// Asks for a priority of the calling thread between 0 (lowest) and 1 (highest). 0.5 is the
-  /// process's own. The system may refuse, or know one priority only; either is ignored. Threads
-  /// that the calling thread starts inherit it, except through detachNewThread().
+  /// Requests a priority from 0 (lowest) to 1 (highest) for the calling thread. 0.5 is the
+  /// process's own. It is not an error if the system refuses or has only one priority. Threads that
+  /// the calling thread starts inherit the priority, except those of detachNewThread().
   static void setThreadPriority(double priority) noexcept;
 
   /// Suspends the calling thread for at least `duration`.

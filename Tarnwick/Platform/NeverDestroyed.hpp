@@ -6,8 +6,8 @@
 
 namespace tarnwick {
 
-/// Holds one value for the rest of the process, so that a thread which outlives the program's
-/// `main` finds it whole. For function-local statics.
+/// Holds one value for the rest of the process, so that threads that are still running after the
+/// program's `main` has returned can use it. For function-local statics.
 template <typename Value>
 class NeverDestroyed {
  public:
