@@ -5,30 +5,30 @@ namespace [[gnu::visibility("default")]] tarnwick {
 /// A coordinate or length: logical units of an image, or pixels of a screen.
 using CGFloat = double;
 
-/// A place.
+/// A point.
 struct CGPoint {
   CGFloat x = 0;  ///< from left to right
-  CGFloat y = 0;  ///< up or down, as whoever takes it says
+  CGFloat y = 0;  ///< upwards or downwards, depending on the function
 
-  /// Equal in both.
+  /// Whether both coordinates are equal.
   bool operator==(const CGPoint&) const = default;
 };
 
-/// An extent.
+/// A size.
 struct CGSize {
   CGFloat width = 0;   ///< from left to right
   CGFloat height = 0;  ///< from top to bottom
 
-  /// Equal in both.
+  /// Whether both lengths are equal.
   bool operator==(const CGSize&) const = default;
 };
 
-/// A rectangle. Which corner its origin is, top left or bottom left, is said by whoever takes one.
+/// A rectangle. Each function that takes one says whether its origin is top left or bottom left.
 struct CGRect {
-  CGPoint origin;  ///< one of its corners
-  CGSize size;     ///< how far it reaches from there
+  CGPoint origin;  ///< the top left or bottom left corner
+  CGSize size;     ///< the extent from the origin
 
-  /// Equal in both.
+  /// Whether origin and size are equal.
   bool operator==(const CGRect&) const = default;
 };
 

@@ -6,8 +6,8 @@
 
 namespace tarnwick {
 
-/// `source` with every `across` by `down` pixels averaged to one, on colours multiplied by alpha.
-/// The last pixel of a row or column is the average of the pixels that are left.
+/// Averages each group of `across` by `down` pixels of `source` to one, on premultiplied colours.
+/// The last pixel of a row or column is the average of the remaining pixels.
 [[nodiscard]] Bitmap averaged(const Bitmap& source, std::int64_t across, std::int64_t down);
 
 }  // namespace tarnwick

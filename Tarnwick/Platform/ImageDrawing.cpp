@@ -10,23 +10,23 @@
 namespace tarnwick {
 namespace {
 
-/// The difference in pixels that comes from computing with fractions and not from the caller.
+/// In pixels. Smaller differences are rounding errors.
 constexpr CGFloat tolerance = 1e-6;
 
-/// Well inside both the integers and the exact doubles.
+/// Integers up to this limit fit 64 bits and are exact as doubles.
 constexpr CGFloat largest = 1e15;
 
 std::int64_t firstPixel(CGFloat position) {
   return static_cast<std::int64_t>(std::floor(position + tolerance));
 }
 
-/// One side of a drawing: where it begins and how long it is in either bitmap, in pixels.
+/// One side of a drawing: its start and length in each bitmap, in pixels.
 struct Side {
   CGFloat from, fromLength, into, intoLength;
   std::int64_t sourceSide, targetSide;
 };
 
-/// Pixels of one side.
+/// Pixels along one side.
 struct Pixels {
   std::int64_t first, count;
 };
@@ -45,8 +45,8 @@ bool keepsLength(const Side& side) {
   return std::abs(side.fromLength - side.intoLength) <= tolerance;
 }
 
-/// The pixels of the target that the drawing covers, fully or in part. No pixels if the drawing
-/// lies outside either bitmap.
+/// The pixels of the target that the drawing covers, fully or in part. No pixels if the drawing is
+/// outside either bitmap.
 Pixels covered(const Side& side) {
   const CGFloat ratio = side.intoLength / side.fromLength;
   const auto toTarget = [&](CGFloat position) {
@@ -56,13 +56,13 @@ Pixels covered(const Side& side) {
   const auto sourceEnd = static_cast<CGFloat>(side.sourceSide);
   const CGFloat begin = toTarget(std::max(side.from, 0.0));
   const CGFloat end = toTarget(std::min(side.from + side.fromLength, sourceEnd));
-  if (!(begin < end)) return {0, 0};  // not a number included
+  if (!(begin < end)) return {0, 0};  // also if one is not a number
   const std::int64_t first = firstPixel(begin);
   return {first, pixelCount(end) - first};
 }
 
-/// The part of the source that is scaled to these pixels of the target. Never empty, even if it is
-/// too short for a floating-point difference.
+/// The part of the source that is scaled to these pixels of the target. At least `tolerance` long,
+/// even if its ends are equal as floating-point numbers.
 Stretch stretched(const Side& side, const Pixels& pixels) {
   const auto toSource = [&](std::int64_t x) {
     const CGFloat position =
@@ -73,14 +73,14 @@ Stretch stretched(const Side& side, const Pixels& pixels) {
   return {from, std::max(toSource(pixels.first + pixels.count) - from, tolerance)};
 }
 
-/// Where the pixels of one side are copied from: the target's first pixel comes from `first`, or
-/// from `lowest` if that is greater, and the others follow `first`. The region begins at `lowest`.
+/// The source of copied pixels along one side. The region begins at `lowest`. Pixel i of the
+/// drawing is copied from `first` + i, or from `lowest` if that is greater.
 struct Origin {
   std::int64_t first = 0, lowest = 0;
 };
 
-/// The origin of these pixels, of which it leaves as many as the source has. At fractional
-/// positions the drawing can cover one pixel more than its region has: then `first` is one pixel
+/// Returns the origin of these pixels and limits their count to what the source has. At fractional
+/// positions the drawing can cover one pixel more than its region has. Then `first` is one pixel
 /// before the region, and the region's first pixel is copied twice.
 Origin copied(const Side& side, Pixels& pixels) {
   const std::int64_t last = side.sourceSide - 1;
@@ -107,7 +107,7 @@ void copyBlock(const Bitmap& source, const Origin& x, const Origin& y, Bitmap& t
 }  // namespace
 
 std::int64_t pixelCount(CGFloat length) {
-  if (!(length > 0)) return 0;  // not a number included
+  if (!(length > 0)) return 0;  // also if it is not a number
   return static_cast<std::int64_t>(std::ceil(std::min(length, largest) - tolerance));
 }
 
@@ -128,7 +128,7 @@ void drawPixels(const Bitmap& source, const CGRect& from, Bitmap& target, const 
   Bitmap drawn = scaled(source, {{columns.from, rows.from}, {columns.length, rows.length}},
                         across.count, down.count);
   if (drawn.pixels.size() == target.pixels.size()) {
-    target = std::move(drawn);  // all of it
+    target = std::move(drawn);  // the drawing covers all of it
   } else {
     copyBlock(drawn, {}, {}, target, across, down);
   }

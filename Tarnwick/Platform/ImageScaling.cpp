@@ -25,35 +25,35 @@ struct alignas(alignment) Block {
   std::array<std::uint8_t, alignment> bytes;
 };
 
-/// Longer sides are averaged, as zimg's time grows with the square of how much shorter they become,
-/// and scaled in tiles, which bounds the memory for its filter tables.
+/// Longer sides are averaged first, because zimg's time grows with the square of the reduction, and
+/// scaled in tiles, which bounds the memory of its filter tables.
 constexpr std::int64_t longestWhole = 65535;
 
-/// The pixels of the result along the side of a tile.
+/// The side of a tile, in pixels of the result.
 constexpr std::int64_t tileSide = 4096;
 
 /// Averaging leaves at least this many pixels of a long side for each pixel of the result. With
 /// fewer the result would differ visibly from one scaled from all pixels.
 constexpr CGFloat leastRatio = 8;
 
-/// A picture of more pixels, before or after, is scaled in two halves at once. In no more, as each
-/// costs zimg a new table of its filter; and on any machine alike, as it goes across first or down
-/// first by the sides of each, and rounds in between.
+/// Larger pictures, before or after, are scaled on two threads. Always two parts, on every machine:
+/// each part costs zimg another filter table, and zimg chooses its pass order from the part's sides
+/// and rounds between passes, so another number of parts would change pixels.
 constexpr std::int64_t largestWhole = 1 << 20;
 
-constexpr int lobes = 3;  // of the filter, to either side
+constexpr int lobes = 3;  // of the filter, on each side
 
 constexpr std::size_t colourPlanes = 3, allPlanes = 4;
 
-/// Pixels of one side of a picture, from `first` up to `end`.
+/// Pixels along one side of a picture, from `first` up to but not including `end`.
 struct Range {
   std::int64_t first, end;
   [[nodiscard]] std::int64_t count() const { return end - first; }
 };
 
-/// The few rows that zimg works on at a time, a plane a channel, red, green, blue and alpha: row i
-/// stands where row i & mask does. Rows go in and out of packed pixels as zimg asks for them, so no
-/// plane is ever whole.
+/// The rows that zimg works on at a time, in planes: red, green, blue, alpha. Row i is stored at
+/// index i & mask. Rows are converted from and to packed pixels when zimg asks for them, so a plane
+/// holds only as many rows as zimg needs.
 class PlanarRows {
  public:
   PlanarRows(std::size_t planes, std::int64_t width, std::int64_t height, unsigned buffering)
@@ -81,7 +81,7 @@ class PlanarRows {
     return buffer;
   }
 
-  // All channels of a pixel in one statement each, which the compiler turns into vectors.
+  // One loop over the pixels for all colours, which the compiler vectorises.
   void unpack(const std::uint8_t* pixels, unsigned i, unsigned left, unsigned right) {
     std::uint8_t *const red = row(0, i), *const green = row(1, i), *const blue = row(2, i);
     for (std::size_t x = left; x < right; ++x) {
@@ -113,11 +113,11 @@ class PlanarRows {
   const std::size_t blocksPerRow_;
   const std::size_t rows_;
   std::vector<Block> blocks_;
-  const Data opaqueRow_;  // the alpha of pixels that have no plane of it
+  const Data opaqueRow_;  // the alpha of pictures without an alpha plane
 };
 
-/// What zimg's callbacks are given: the bitmap on their side of the work, the first pixel of it
-/// that they see, and its rows.
+/// The argument of zimg's callbacks: the bitmap that they read or write, the first pixel of it that
+/// they use, and its rows in planes.
 template <typename Pixels>
 struct Side {
   Pixels& bitmap;
@@ -164,8 +164,8 @@ zimg_graph_builder_params lanczos3() {
   return params;
 }
 
-/// The pixels of a source's side that the filter looks at for `length` of them from `from` on, when
-/// these become `count`: lobes of one pixel each, or as much wider as the picture gets smaller.
+/// The pixels of a source's side that the filter reads to scale `length` pixels from `from` on to
+/// `count`. A lobe is one pixel wide, or wider by the factor by which the picture shrinks.
 Range neededFor(std::int64_t side, CGFloat from, CGFloat length, std::int64_t count) {
   const CGFloat reach = lobes * std::max(1.0, length / static_cast<CGFloat>(count)) + 1;
   const auto first = static_cast<std::int64_t>(std::max(from - reach, 0.0));
@@ -173,12 +173,12 @@ Range neededFor(std::int64_t side, CGFloat from, CGFloat length, std::int64_t co
   return {first, std::min(end, side)};
 }
 
-/// The part of `length` that belongs to `count` pixels, when `side` pixels have all of it.
+/// The share of `length` that belongs to `count` of `side` pixels.
 CGFloat portion(CGFloat length, std::int64_t count, std::int64_t side) {
   return length * static_cast<CGFloat>(count) / static_cast<CGFloat>(side);
 }
 
-/// Scales what belongs to this tile of `result`.
+/// Scales the tile of `result` with these columns and rows.
 void scaleTile(const Bitmap& source, const CGRect& region, bool hasAlpha, Bitmap& result,
                const Range& columns, const Range& rows) {
   const CGFloat left = region.origin.x + portion(region.size.width, columns.first, result.width);
@@ -231,7 +231,7 @@ void scaleTile(const Bitmap& source, const CGRect& region, bool hasAlpha, Bitmap
   }
 }
 
-/// Calls `body` for each of so many parts of `length` rows, at once.
+/// Calls `body` concurrently for each of `parts` parts of `length` rows.
 template <typename Body>
 void inParts(std::int64_t parts, std::int64_t length, const Body& body) {
   concurrently(static_cast<std::size_t>(parts), [&](std::size_t i) {
@@ -240,8 +240,8 @@ void inParts(std::int64_t parts, std::int64_t length, const Body& body) {
   });
 }
 
-/// Calls `body` for each part of `range` that is scaled at a time, all of it unless the side of the
-/// picture, before or after, is long.
+/// Calls `body` for each tile of `range`, or for all of `range` if neither side, before or after
+/// scaling, is over longestWhole.
 template <typename Body>
 void inTiles(const Range& range, std::int64_t longest, const Body& body) {
   const std::int64_t length = longest > longestWhole ? tileSide : range.count();
@@ -250,7 +250,7 @@ void inTiles(const Range& range, std::int64_t longest, const Body& body) {
   }
 }
 
-/// How many pixels of a side, `length` of which become `count`, are averaged to one; 1 for none.
+/// How many pixels of a side are averaged to one if `length` pixels become `count`; at least 1.
 std::int64_t groupSize(std::int64_t side, CGFloat length, std::int64_t count) {
   const auto size = static_cast<std::int64_t>(length / static_cast<CGFloat>(count) / leastRatio);
   return side > longestWhole ? std::max<std::int64_t>(size, 1) : 1;

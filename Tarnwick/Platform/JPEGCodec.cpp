@@ -8,7 +8,7 @@
 #include <span>
 #include <vector>
 
-// After <cstdio>, which it needs and does not include.
+// After <cstdio>, which jpeglib.h needs and does not include.
 #include <jpeglib.h>
 
 #include <jerror.h>
@@ -17,21 +17,21 @@
 #include "Tarnwick/Platform/ImageCodec.hpp"
 #include "Tarnwick/Platform/JPEGStrips.hpp"
 
-// The library reports a failure by a call that must not return, which leaves by longjmp. The
-// functions that it leaves, those with a setjmp in them, hold nothing with a destructor: all that
-// has one belongs to their callers.
+// libjpeg reports a failure by calling a function that must not return. That function calls
+// longjmp, which skips destructors. Functions that call setjmp therefore own no object with a
+// destructor; their callers own it.
 
 namespace tarnwick {
 namespace {
 
 constexpr int scanLimit = 100;                          // of a progressive file
-constexpr std::int64_t coefficientLimit = 512'000'000;  // bytes held for one
-constexpr std::int64_t blockLimit = 40'000'000;  // decoded over all scans of one: each block of the
-                                                 // largest 10 times; encoders write it 6 or 7 times
-constexpr int extraneousByteLimit = 16;  // before the end marker of a baseline file, as counted by
-                                         // the library, not with those taken with the last pixels
+constexpr std::int64_t coefficientLimit = 512'000'000;  // in bytes, for one file
+constexpr std::int64_t blockLimit = 40'000'000;  // over all scans: 10 for each block of the largest
+                                                 // picture; encoders code a block 6 or 7 times
+constexpr int extraneousByteLimit = 16;  // before a baseline file's end marker; the library does
+                                         // not count those that it reads with the last pixels
 
-/// What the library calls on failures, warnings and progress; leads back to the caller.
+/// The library's error handler. Ignores messages; a failure jumps to the caller's setjmp.
 struct Errors : jpeg_error_mgr {
   std::jmp_buf failure{};
 
@@ -49,8 +49,8 @@ struct Errors : jpeg_error_mgr {
 
 // --- Encoding ---
 
-/// One file in the making, in memory that grows with realloc: the library's own memory destination
-/// loses track of its block when there is no larger one, and nothing may throw through its calls.
+/// Encodes one file to a buffer that grows with realloc. The library's own memory destination leaks
+/// its buffer if it cannot allocate a larger one, and a vector would throw through C functions.
 struct Encoder : jpeg_destination_mgr {
   Errors errors;
   jpeg_compress_struct info{};
@@ -76,7 +76,7 @@ struct Encoder : jpeg_destination_mgr {
   [[nodiscard]] std::size_t size() const { return capacity - free_in_buffer; }
 
  private:
-  /// Called with no room left, at first and then whenever it has been filled.
+  /// Called before the first byte, and whenever the buffer is full.
   static void grow(j_compress_ptr compressor) {
     constexpr std::size_t firstCapacity = 65536;
     auto& encoder = *static_cast<Encoder*>(compressor->dest);
@@ -95,23 +95,23 @@ int qualityFrom(float compressionFactor) {
   return static_cast<int>(std::lround(std::clamp(100.0F * compressionFactor, 1.0F, 100.0F)));
 }
 
-// Colour at half the resolution both ways at low quality, at half across at medium quality and
-// whole at high quality: coloured text cannot do with less.
+// Colour has half the resolution in both directions at low quality, half the horizontal resolution
+// at medium quality and full resolution at high quality, which coloured text needs.
 int samplingAcross(int quality) { return quality < 80 ? 2 : 1; }
 int samplingDown(int quality) { return quality < 50 ? 2 : 1; }
 
-/// The number of MCUs in a row of them.
+/// The number of MCUs in one row.
 std::int64_t unitsInRow(const Bitmap& bitmap, int quality) {
   const std::int64_t unitWidth = std::int64_t{DCTSIZE} * samplingAcross(quality);
   return (bitmap.width + unitWidth - 1) / unitWidth;
 }
 
-/// In pixels, as of 128 x 128. The tables of a picture up to this size take more than its content,
-/// unless they are made for it: that takes 0.1 ms more and saves 300 bytes, half of one of 48 x 48.
+/// 128 x 128 pixels. In smaller pictures the standard Huffman tables outweigh the content.
+/// Optimised tables cost 0.1 ms and save 300 bytes, half of a 48 x 48 region.
 constexpr std::int64_t smallPicture = 16'384;
 bool isSmall(const Bitmap& bitmap) { return bitmap.width * bitmap.height <= smallPicture; }
 
-/// In pixels: a strip takes longer than its thread takes to start.
+/// In pixels. Encoding a strip of this size takes longer than starting its thread.
 constexpr std::int64_t smallestStrip = 100'000;
 
 bool compress(Encoder& encoder, const Bitmap& bitmap, const PixelRows& rows, int quality) {
@@ -128,13 +128,13 @@ bool compress(Encoder& encoder, const Bitmap& bitmap, const PixelRows& rows, int
   info.comp_info[0].h_samp_factor = samplingAcross(quality);
   info.comp_info[0].v_samp_factor = samplingDown(quality);
   info.dct_method = JDCT_ISLOW;
-  // Flat and smooth areas encode to bytes that may read as text, and an image receiver drops text.
-  // No text contains a marker.
+  // Flat and smooth areas can encode to valid UTF-8, and image receivers drop UTF-8 that is no
+  // command. Restart markers prevent that: UTF-8 never contains the byte 0xFF.
   info.restart_interval = static_cast<unsigned>(restartInterval(unitsInRow(bitmap, quality)));
   info.optimize_coding = static_cast<boolean>(isSmall(bitmap));
   jpeg_start_compress(&info, TRUE);
   while (info.next_scanline < info.image_height) {
-    // The library reads the row only; its interface predates const.
+    // The library only reads the row; its interface lacks const.
     auto* row = const_cast<JSAMPROW>(bitmap.row(rows.first + info.next_scanline));
     jpeg_write_scanlines(&info, &row, 1);
   }
@@ -144,7 +144,7 @@ bool compress(Encoder& encoder, const Bitmap& bitmap, const PixelRows& rows, int
 
 // --- Decoding ---
 
-/// In bytes: reading a strip takes longer than its thread takes to start.
+/// In bytes. Decoding a strip of this size takes longer than starting its thread.
 constexpr std::size_t smallestStripFile = 8192;
 
 struct Progress : jpeg_progress_mgr {
@@ -164,15 +164,14 @@ struct Decoder {
   Decoder& operator=(const Decoder&) = delete;
 };
 
-/// Whether the message being emitted says that a few bytes stand before the end marker of a
-/// baseline file, as some cameras leave them.
+/// Whether the warning reports a few bytes before a baseline file's end, as some cameras write.
 bool isPaddingBeforeEnd(const jpeg_decompress_struct& info) {
-  const auto& parameters = info.err->msg_parm.i;  // how many bytes, and the marker behind them
+  const auto& parameters = info.err->msg_parm.i;  // the number of bytes, and the marker after them
   return info.err->msg_code == JWRN_EXTRANEOUS_DATA && info.progressive_mode == FALSE &&
          parameters[0] <= extraneousByteLimit && parameters[1] == JPEG_EOI;
 }
 
-/// Once the scan has begun, every warning means that pixels would be guessed.
+/// After the scan has begun, every other warning means that the library would guess pixels.
 void refuseDamage(j_common_ptr common, int level) {
   const bool isWarning = level < 0;
   if (isWarning && !isPaddingBeforeEnd(*reinterpret_cast<j_decompress_ptr>(common))) {
@@ -180,7 +179,7 @@ void refuseDamage(j_common_ptr common, int level) {
   }
 }
 
-/// Called for each row of MCUs of a file of several scans.
+/// Called for each row of MCUs if the file has several scans.
 void refuseTooMuchWork(j_common_ptr common) {
   const auto& info = *reinterpret_cast<j_decompress_ptr>(common);
   auto& progress = *static_cast<Progress*>(info.progress);
@@ -201,7 +200,7 @@ std::int64_t coefficientBytes(const jpeg_decompress_struct& info) {
   return blocks * std::int64_t{sizeof(JBLOCK)};
 }
 
-/// Turns a row of C M Y K into B G R A. Files with an Adobe marker store the inks inverted.
+/// Converts a row of CMYK pixels to BGRA. Files with an Adobe marker store the inks inverted.
 void convertInks(const JSAMPLE* inks, std::uint8_t* pixels, JDIMENSION width, bool isInverted) {
   constexpr int full = 255;
   const auto light = [&](JSAMPLE ink) { return isInverted ? ink : full - ink; };
@@ -214,8 +213,8 @@ void convertInks(const JSAMPLE* inks, std::uint8_t* pixels, JDIMENSION width, bo
   }
 }
 
-/// Whether every component has come, in a progressive file each of its coefficients to the last
-/// bit. Known once all scans have been read; a file that leaves some out ends without a warning.
+/// Whether the file has every component and, if progressive, every bit of each coefficient. Call it
+/// after the last scan: the library does not warn about missing components or bits.
 bool isComplete(const jpeg_decompress_struct& info) {
   for (int i = 0; i < info.num_components; ++i) {
     if (info.comp_info[i].quant_table == nullptr) return false;
@@ -234,12 +233,12 @@ bool readHeader(Decoder& decoder, const Data& file) {
   jpeg_mem_src(&info, file.data(), static_cast<unsigned long>(file.size()));
   jpeg_read_header(&info, TRUE);
   const bool holdsCoefficients = jpeg_has_multiple_scans(&info) != FALSE;
-  // Arithmetic coding, which hardly anybody writes, fills in what is missing without a warning.
+  // With arithmetic coding, which is rare, the library guesses missing data without a warning.
   return isWithinPixelLimit(info.image_width, info.image_height) && info.arith_code == FALSE &&
          (!holdsCoefficients || coefficientBytes(info) <= coefficientLimit);
 }
 
-/// Whether the file's header can be read, and its picture has three colours or one.
+/// Whether the header can be read and the picture has at most three components.
 bool readSides(Decoder& decoder, const Data& file) {
   if (setjmp(decoder.errors.failure) != 0) return false;
   return readHeader(decoder, file) && decoder.info.num_components <= 3;
@@ -256,7 +255,7 @@ bool decompress(Decoder& decoder, const Data& file, Bitmap& bitmap) {
   decoder.progress.progress_monitor = refuseTooMuchWork;
   info.progress = &decoder.progress;
   jpeg_start_decompress(&info);
-  info.progress = nullptr;  // all scans are decoded, and the library would call it for each row
+  info.progress = nullptr;  // all scans are decoded; do not count the rows below
   if (!isComplete(info)) return false;
   bitmap.width = info.output_width;
   bitmap.height = info.output_height;
@@ -265,7 +264,7 @@ bool decompress(Decoder& decoder, const Data& file, Bitmap& bitmap) {
                                                    JPOOL_IMAGE, info.output_width * 4, 1)
                           : nullptr;
   while (info.output_scanline < info.output_height) {
-    // Row by row, so that a file that ends early has touched no more memory than it filled.
+    // Row by row, so that a truncated file touches no more memory than its rows fill.
     const std::int64_t y = info.output_scanline;
     bitmap.pixels.resize(bitmap.rowBytes() * static_cast<std::size_t>(y + 1));
     JSAMPROW row = bitmap.row(y);
@@ -276,7 +275,7 @@ bool decompress(Decoder& decoder, const Data& file, Bitmap& bitmap) {
   return true;
 }
 
-/// Decodes a strip to its rows of `bitmap`. Returns false when anything is damaged.
+/// Decodes a strip to its rows of `bitmap`. Returns false if anything is damaged.
 bool decompressStrip(Decoder& decoder, const StripFile& strip, Bitmap& bitmap) {
   jpeg_decompress_struct& info = decoder.info;
   if (setjmp(decoder.errors.failure) != 0) return false;
@@ -295,8 +294,8 @@ bool decompressStrip(Decoder& decoder, const StripFile& strip, Bitmap& bitmap) {
     jpeg_read_scanlines(&info, &row, 1);
   }
   if (!strip.isLast) {
-    // The library reports surplus bytes before a restart marker when it looks for the next marker.
-    // It is given one here, in place of the units that its last interval may have left.
+    // The last interval can hold units after the strip. The library would report their bytes as
+    // surplus, so an end marker takes their place.
     static constexpr JOCTET ending[]{0xFF, JPEG_EOI};
     info.src->next_input_byte = ending;
     info.src->bytes_in_buffer = sizeof ending;
@@ -306,8 +305,8 @@ bool decompressStrip(Decoder& decoder, const StripFile& strip, Bitmap& bitmap) {
   return true;
 }
 
-/// The picture, if the file can be read in strips and none is damaged. With any doubt it is none,
-/// as the file is then read as a whole.
+/// Decodes the file in strips. Absent if it cannot be cut into strips or a strip may be damaged:
+/// the caller then decodes the file as a whole.
 std::optional<Bitmap> decodeStrips(const Data& file, std::size_t most) {
   if (most < 2) return std::nullopt;
   const std::vector<StripFile> strips = cutIntoStrips(file, most);
@@ -335,7 +334,8 @@ std::optional<Data> ImageCodec::encodeJPEG(const Bitmap& bitmap, float compressi
                                            std::size_t most) try {
   if (std::max(bitmap.width, bitmap.height) > JPEG_MAX_DIMENSION) return std::nullopt;
   const int quality = qualityFrom(compressionFactor);
-  const std::size_t count = isSmall(bitmap) ? 1 : std::max<std::size_t>(most, 1);  // of one table
+  // A small picture is one strip: strips with tables of their own could not be joined.
+  const std::size_t count = isSmall(bitmap) ? 1 : std::max<std::size_t>(most, 1);
   const std::int64_t units = unitsInRow(bitmap, quality);
   const std::int64_t groupHeight =
       rowsInGroup(restartInterval(units), units) * DCTSIZE * samplingDown(quality);

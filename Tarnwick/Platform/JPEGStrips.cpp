@@ -20,8 +20,8 @@ std::int64_t ceilingOf(std::int64_t dividend, std::int64_t divisor) {
 
 /// A baseline file's headers, as far as strips need them.
 struct Layout {
-  std::size_t heightAt = 0;  // two bytes of the frame header, the high one first
-  std::size_t scanAt = 0;    // the first byte behind the scan header; 0 when there is none
+  std::size_t heightAt = 0;  // two bytes in the frame header, big-endian
+  std::size_t scanAt = 0;    // the first byte after the scan header; 0 if there is none
   std::int64_t width = 0, height = 0, interval = 0;
   std::size_t componentCount = 0;
   int across = 1, down = 1;  // the largest sampling factors
@@ -31,7 +31,7 @@ class Reader {
  public:
   explicit Reader(std::span<const std::uint8_t> file) : file_(file) {}
 
-  /// The two bytes at a place as a number; 0 behind the end.
+  /// The big-endian number in the two bytes at `at`; 0 beyond the end.
   [[nodiscard]] std::size_t number(std::size_t at) const {
     return at + 1 < file_.size() ? std::size_t{file_[at]} << 8 | file_[at + 1] : 0;
   }
@@ -46,7 +46,7 @@ bool isPlain(int marker) {
          (marker >= firstApplication && marker <= lastApplication);
 }
 
-/// One that has no scan when the file is of another kind than strips can be cut from.
+/// Reads the headers. `scanAt` is 0 if strips cannot be cut from this kind of file.
 Layout layoutOf(std::span<const std::uint8_t> file) {
   const Reader reader(file);
   Layout layout;
@@ -83,13 +83,13 @@ void setHeight(Data& file, const Layout& layout, std::int64_t height) {
   file[layout.heightAt + 1] = static_cast<std::uint8_t>(height);
 }
 
-/// The place of the next marker at or after `at`; the file's size when there is none.
+/// The position of the next marker at or after `at`; the file's size if there is no marker.
 std::size_t nextMarker(std::span<const std::uint8_t> file, std::size_t at) {
   while (at < file.size()) {
     const void* found = std::memchr(file.data() + at, markerBegin, file.size() - at);
     if (found == nullptr) break;
     at = static_cast<std::size_t>(static_cast<const std::uint8_t*>(found) - file.data());
-    if (Reader(file).byte(at + 1) != 0) return at;  // 0 means that the byte before it is data
+    if (Reader(file).byte(at + 1) != 0) return at;  // 0 means that the 0xFF is data
     at += markerSize;
   }
   return file.size();
@@ -100,8 +100,8 @@ std::uint8_t restartMarker(std::size_t index) {
   return static_cast<std::uint8_t>(firstRestart + index % numbers);
 }
 
-/// Where each restart interval begins, and where the last one ends, the marker behind it included;
-/// empty when the restart markers are not in order.
+/// The start of each restart interval, and the end of the last one, including the marker after it.
+/// Empty if the restart markers are not in order.
 std::vector<std::size_t> intervalStarts(const Data& file, std::size_t scanAt) {
   std::vector<std::size_t> starts{scanAt};
   for (;;) {
@@ -154,7 +154,7 @@ Data joinedStrips(const std::vector<std::span<const std::uint8_t>>& files, std::
   Data joined(files.front().begin(), files.front().end());
   setHeight(joined, layout, height);
   for (std::size_t i = 1; i < files.size(); ++i) {
-    joined.back() = firstRestart;  // in place of the end marker; numbered below
+    joined.back() = firstRestart;  // replaces the end marker; numbered below
     joined.insert(joined.end(), files[i].begin() + static_cast<std::ptrdiff_t>(layout.scanAt),
                   files[i].end());
   }
@@ -163,8 +163,8 @@ Data joinedStrips(const std::vector<std::span<const std::uint8_t>>& files, std::
 }
 
 std::vector<StripFile> cutIntoStrips(const Data& file, std::size_t most) {
-  constexpr std::int64_t blockSide = 8, leastBlocksInByte = 4;  // a block takes two bits or more
-  constexpr std::size_t longestHeaders = 65536;                 // which each strip has a copy of
+  constexpr std::int64_t blockSide = 8, leastBlocksInByte = 4;  // a block has at least 2 bits
+  constexpr std::size_t longestHeaders = 65536;                 // copied into each strip
   const Layout layout = layoutOf(file);
   const std::int64_t across = layout.componentCount == 1 ? 1 : layout.across;
   const std::int64_t unitsInRow = ceilingOf(layout.width, blockSide * across);
@@ -185,14 +185,14 @@ std::vector<StripFile> cutIntoStrips(const Data& file, std::size_t most) {
   std::vector<StripFile> result;
   for (const PixelRows& rows : strips(layout.height, groupHeight, most)) {
     const std::int64_t end = rows.first + rows.count;
-    const std::int64_t rest = std::min(blockSide, layout.height - end);  // behind it, if any
+    const std::int64_t rest = std::min(blockSide, layout.height - end);  // rows after the strip
     const std::size_t from = starts[intervalAt(rows.first)], to = starts[intervalAt(end + rest)];
     StripFile strip{
         rows, rest == 0, {file.begin(), file.begin() + static_cast<std::ptrdiff_t>(layout.scanAt)}};
     setHeight(strip.file, layout, rows.count + rest);
     strip.file.insert(strip.file.end(), file.begin() + static_cast<std::ptrdiff_t>(from),
                       file.begin() + static_cast<std::ptrdiff_t>(to));
-    strip.file.back() = endOfImage;  // in place of the restart marker behind it
+    strip.file.back() = endOfImage;  // replaces the restart marker
     numberRestarts(strip.file, layout.scanAt);
     result.push_back(std::move(strip));
   }

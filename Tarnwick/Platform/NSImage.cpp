@@ -23,14 +23,14 @@ CGSize sizeInPixels(const Bitmap& bitmap) {
 }
 
 bool hasMatchingPixels(const Bitmap& bitmap) {
-  constexpr std::int64_t sideLimit = std::int64_t{1} << 30;  // keeps the product in 64 bits
+  constexpr std::int64_t sideLimit = std::int64_t{1} << 30;  // so that the product fits 64 bits
   if (bitmap.width <= 0 || bitmap.height <= 0) return false;
   if (bitmap.width > sideLimit || bitmap.height > sideLimit) return false;
   const std::int64_t bytes = bitmap.width * bitmap.height * Bitmap::bytesPerPixel;
   return bitmap.pixels.size() == static_cast<std::uint64_t>(bytes);
 }
 
-/// Pixels per unit along one side. An image has one as long as it has the size it was created with.
+/// Pixels per unit along one side. It is 1 while the side has the length it was created with.
 CGFloat scale(std::int64_t pixels, CGFloat units, CGFloat createdUnits) {
   return units == createdUnits ? 1 : static_cast<CGFloat>(pixels) / units;
 }

@@ -11,7 +11,7 @@
 namespace tarnwick {
 namespace {
 
-/// libpng's simplified interface (libpng-manual.txt, section V), released with the block.
+/// libpng's simplified interface (libpng-manual.txt, section V). The destructor frees its memory.
 struct Image : png_image {
   Image() : png_image{} {
     version = PNG_IMAGE_VERSION;
@@ -22,15 +22,15 @@ struct Image : png_image {
   Image& operator=(const Image&) = delete;
 };
 
-/// What the pixels of a PNG file are decoded from.
+/// The chunks of a PNG file that its pixels depend on.
 struct Chunks {
-  Data copy;                     // the file without its other chunks; empty when it has none
+  Data copy;                     // the file without other chunks; empty if it has only these
   std::size_t pictureBytes = 0;  // compressed
 };
 
-/// Absent when the chunks do not run on to the end chunk, which libpng does not notice: it stops
-/// reading with the last row. Other chunks, such as text and colour profiles, are left out because
-/// libpng inflates them to 1,000 times their size.
+/// Absent if the chunks end before the end chunk. libpng does not notice that: it stops reading
+/// after the last row. Other chunks, such as text and colour profiles, are left out because libpng
+/// inflates them to 1,000 times their size.
 std::optional<Chunks> pictureChunks(const Data& file) {
   constexpr std::array<std::string_view, 8> neededKinds{"IHDR", "PLTE", "tRNS", "gAMA",
                                                         "cHRM", "sRGB", "IDAT", "IEND"};
@@ -59,8 +59,8 @@ std::optional<Chunks> pictureChunks(const Data& file) {
   return std::nullopt;
 }
 
-/// Whether `pictureBytes` are enough for as many pixels as the file announces, at one bit each and
-/// the best ratio of deflate (zlib technical details: 1032 to 1).
+/// Whether `pictureBytes` are enough for the pixels that the header announces, at one bit per pixel
+/// and the best ratio of deflate (zlib technical details: 1032 to 1).
 bool canHoldPixels(std::size_t pictureBytes, const Image& image) {
   constexpr std::size_t bestRatio = 1032, bitsPerByte = 8;
   return pictureBytes * bestRatio * bitsPerByte >= std::size_t{image.width} * image.height;
