@@ -25,10 +25,10 @@ namespace {
 
 using namespace demo;
 
-const char* programName = "demo";  // as it was called
+const char* programName = "demo";  // argv[0]
 
 struct Options {
-  std::int64_t chunk = 1400;  // the system holds 92 of these for a receiver that is kept waiting
+  std::int64_t chunk = 1400;  // the kernel's default receive buffer holds 92 of these
   float compression = 0.8F;
   std::filesystem::path output;
   bool isVerbose = false;
@@ -37,7 +37,7 @@ struct Options {
 };
 
 void describe(CLI::App& arguments, Options& options) {
-  // A corner of a picture, however small, is to fit one datagram.
+  // With the minimum, a corner of any picture still fits one datagram.
   arguments.add_option("--chunk", options.chunk, "Longest datagram, in bytes")
       ->check(CLI::Range(std::int64_t{1000}, program::longestDatagram))
       ->capture_default_str();
@@ -49,7 +49,7 @@ void describe(CLI::App& arguments, Options& options) {
   arguments.add_option("--output", options.output,
                        "Where the received pictures go; else a fresh directory");
   arguments.add_flag("--verbose", options.isVerbose, "Show what the receiver logs, too");
-  constexpr auto hidden = "";  // how the demo starts its second process
+  constexpr auto hidden = "";  // --receive starts the demo's second process
   arguments.add_option("--receive", options.receivePort)->group(hidden);
   arguments.add_option("FILE", options.files,
                        "JPEG or PNG files, the first sent as a full screen and the others as "
@@ -67,7 +67,7 @@ std::filesystem::path makeDirectory(const std::filesystem::path& wanted) {
 }
 
 std::string thisProgram() {
-  const std::filesystem::path link = "/proc/self/exe";  // where there is one, no name misleads
+  const std::filesystem::path link = "/proc/self/exe";  // more reliable than argv[0]
   return std::filesystem::exists(link) ? link.string() : programName;
 }
 
@@ -93,13 +93,13 @@ void printRow(const std::string& name, const std::string& rect, const Cell&... c
   ((std::cout << ' ' << std::setw(9) << cells), ...);
 }
 
-/// Says what went wrong with whom. Returns the exit status.
+/// Prints `who` and `what` as an error. Returns the exit status.
 int complain(const std::string& who, const std::string& what) {
   std::cerr << "demo: " << who << ' ' << what << "\n";
   return EXIT_FAILURE;
 }
 
-/// Shows the table. Returns how many pictures did not arrive as they should.
+/// Prints the table. Returns the number of pictures that failed.
 std::ptrdiff_t printTable(const std::vector<Shipment>& shipments, std::int64_t chunk,
                           const std::filesystem::path& directory) {
   std::cout << '\n';

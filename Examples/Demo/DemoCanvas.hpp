@@ -12,12 +12,12 @@
 
 namespace demo {
 
-/// A colour whose parts run from 0 to 255; in between while colours are mixed.
+/// A colour with parts from 0 to 255. Mixed colours have fractions.
 struct Colour {
   double red = 0, green = 0, blue = 0;
 };
 
-/// The colour that is written 0xRRGGBB.
+/// Returns the colour of a code 0xRRGGBB.
 constexpr Colour rgb(std::uint32_t code) {
   return {static_cast<double>(code >> 16 & 0xff), static_cast<double>(code >> 8 & 0xff),
           static_cast<double>(code & 0xff)};
@@ -30,8 +30,8 @@ constexpr Colour mix(const Colour& from, const Colour& to, double share) {
           mix(from.blue, to.blue, share)};
 }
 
-/// What a picture is painted on, in pixels from the top left. Every shape is given by the distance
-/// of a pixel from its edge, negative inside, which makes smooth edges and soft shadows alike.
+/// A picture to draw on, in pixels from the top left. A shape is a function that returns a pixel's
+/// distance from the edge, negative inside. This gives smooth edges and soft shadows.
 class Canvas {
  public:
   Canvas(std::int64_t width, std::int64_t height)
@@ -48,7 +48,7 @@ class Canvas {
     pixel[3] = 0xff;
   }
 
-  /// Gives each pixel of `area` the colour that `colourAt(u, v)` says, u and v from 0 to 1.
+  /// Gives each pixel of `area` the colour `colourAt(u, v)`, where u and v run from 0 to 1.
   template <typename ColourAt>
   void shade(const tarnwick::CGRect& area, ColourAt colourAt) {
     eachPixel(area, [&](std::int64_t x, std::int64_t y, double centreX, double centreY) {
@@ -87,8 +87,8 @@ class Canvas {
     });
   }
 
-  /// Writes `text` with its top left corner at (x, y), each dot `dot` pixels wide and high. Returns
-  /// where the next character would begin.
+  /// Draws `text` with its top left corner at (x, y), each dot `dot` pixels wide and high. Returns
+  /// the x coordinate of the next character.
   std::int64_t text(std::int64_t x, std::int64_t y, std::int64_t dot, const Colour& colour,
                     std::string_view text) {
     for (const char character : text) {
@@ -104,7 +104,7 @@ class Canvas {
     return x;
   }
 
-  /// What was painted. The canvas is empty then.
+  /// Returns the picture. The canvas is empty afterwards.
   [[nodiscard]] std::shared_ptr<tarnwick::NSImage> takeImage() {
     return tarnwick::NSImage::fromBitmap(std::exchange(bitmap_, {}));
   }

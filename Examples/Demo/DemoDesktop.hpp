@@ -14,7 +14,7 @@
 
 namespace demo {
 
-/// A desktop as somebody at work has it: fine text, thin lines, soft shadows and a photograph.
+/// Draws a desktop with fine text, thin lines, soft shadows and a photograph.
 class Desktop {
  public:
   static constexpr tarnwick::CGRect screen{{0, 0}, {1920, 1080}};

@@ -112,7 +112,7 @@ constexpr std::array<Glyph, last - first + 1> glyphs = {{
     {0x00, 0x00, 0x08, 0x15, 0x02},                          // ~
 }};
 
-/// What is drawn for `character`; a blank when the font has none.
+/// Returns the glyph of `character`, or a blank if the font has no such character.
 constexpr const Glyph& glyph(char character) {
   const bool isKnown = character >= first && character <= last;
   return glyphs[isKnown ? static_cast<std::size_t>(character - first) : 0];

@@ -8,8 +8,8 @@
 
 namespace demo {
 
-/// Mountains over a lake under clouds, made of noise: as rich in fine detail as a photograph, and
-/// the same on every machine.
+/// Mountains and clouds over a lake, generated from noise. The picture has the fine detail of a
+/// photograph and depends only on the seed and the light.
 class Landscape {
  public:
   struct Light {
@@ -18,8 +18,8 @@ class Landscape {
 
   constexpr Landscape(const Light& light, std::uint32_t seed) : light_(light), seed_(seed) {}
 
-  /// The colour at (u, v), each from 0 to 1 from the top left. `grain` is how much a pixel differs
-  /// from its neighbours, as those of a camera do, in steps of a colour.
+  /// Returns the colour at (u, v), each from 0 to 1 from the top left. `grain` is the range of the
+  /// added noise, which resembles that of a camera, on the scale of Colour.
   [[nodiscard]] Colour colourAt(double u, double v, double grain) const {
     Colour colour = v < shore ? scenery(u, v) : water(u, v);
     const double noise =
@@ -29,14 +29,14 @@ class Landscape {
   }
 
  private:
-  static constexpr double shore = 0.7, highest = 0.46;  // of a ridge, above the shore
+  static constexpr double shore = 0.7, highest = 0.46;  // of the ridges above the shore
   static constexpr int ridges = 4;
 
   [[nodiscard]] Colour scenery(double u, double v) const {
     return v < shore - highest ? sky(u, v) : fromRidge(ridges - 1, u, v);
   }
 
-  /// What is seen of the ridge `i`, counted from the farthest, and of what is behind it.
+  /// Returns the colour of the ridge `i`, 0 being the farthest, or of the scenery behind it.
   [[nodiscard]] Colour fromRidge(int i, double u, double v) const {
     if (i < 0) return sky(u, v);
     const double depth = static_cast<double>(i) / (ridges - 1);
@@ -89,7 +89,7 @@ class Landscape {
                mix(random(i, j + 1), random(i + 1, j + 1), across), down);
   }
 
-  /// As std::floor(), which is a call on many processors, and this is where a picture's time goes.
+  /// Replaces std::floor(), a slow call on many processors. Drawing spends most of its time here.
   static std::int64_t wholePart(double x) {
     const auto whole = static_cast<std::int64_t>(x);
     return static_cast<double>(whole) > x ? whole - 1 : whole;
@@ -97,7 +97,7 @@ class Landscape {
 
   static double eased(double t) { return t * t * (3 - 2 * t); }
 
-  /// A number from 0 to 1 that belongs to a grid point.
+  /// Returns a pseudo-random number from 0 to 1 that is fixed for each grid point.
   [[nodiscard]] double random(std::int64_t i, std::int64_t j) const {
     std::uint32_t bits = static_cast<std::uint32_t>(i) * 0x9e3779b1U +
                          static_cast<std::uint32_t>(j) * 0x85ebca77U + seed_ * 0xc2b2ae3dU;

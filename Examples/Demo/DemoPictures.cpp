@@ -20,8 +20,8 @@ std::shared_ptr<tarnwick::NSImage> drawLargeScreen() {
   return canvas.takeImage();
 }
 
-/// Where the picture `index` stands: each one a step further than the one before, so that no two
-/// rectangles are equal.
+/// Returns the position of picture `index`. Each picture is a step further, so that no two have the
+/// same rectangle.
 tarnwick::CGPoint cascaded(std::size_t index) {
   constexpr std::size_t step = 40;
   const auto offset = static_cast<tarnwick::CGFloat>(index * step);

@@ -8,7 +8,7 @@
 
 namespace demo {
 
-/// A picture to send, and what it shows of the screen, in pixels from the top left.
+/// A picture to send, and the part of the screen that it shows, in pixels from the top left.
 struct Picture {
   std::string name;
   std::shared_ptr<tarnwick::NSImage> image;
@@ -16,17 +16,17 @@ struct Picture {
   bool isFullScreen = false;
 };
 
-/// A desktop, a few regions of it, and a picture of a 4K screen.
+/// Returns a desktop, some regions of it, and a picture as large as a 4K screen.
 std::vector<Picture> drawnPictures();
 
-/// The pictures in JPEG and PNG files: the first as the full screen, the others as regions of it.
-/// Says on standard error which files hold none that can be sent, and leaves them out.
+/// Loads JPEG and PNG files: the first as the full screen, the others as regions of it. Leaves out
+/// files that cannot be read or sent and reports them on standard error.
 std::vector<Picture> loadedPictures(const std::vector<std::string>& files);
 
-/// The picture in a file; null when there is none.
+/// Returns the picture in a file, or null if the file holds no picture.
 std::shared_ptr<tarnwick::NSImage> loadPicture(const std::filesystem::path& file);
 
-/// The region `rect`, in pixels of the image from its top left, as a picture of its own.
+/// Returns the region `rect`, in pixels of the image from its top left, as a new picture.
 Picture regionOf(const Picture& picture, std::string name, const tarnwick::CGRect& rect);
 
 }  // namespace demo

@@ -30,7 +30,7 @@ using namespace std::chrono_literals;
 constexpr auto startTime = 20s, endTime = 20s;  // generous: the machine may be busy
 
 void say(const std::string& text) {
-  // One call for the whole line, so that no log line comes between.
+  // One call writes the whole line, so that no log line can interrupt it.
   std::puts((message::prefix + text).c_str());
   std::fflush(stdout);
 }
@@ -59,10 +59,11 @@ class SaveOperation : public tarnwick::NSOperation {
 class Recorder : public tarnwick::RxImageUDPDelegate {
  public:
   explicit Recorder(std::filesystem::path directory) : directory_(std::move(directory)) {
-    saving_.setMaxConcurrentOperationCount(1);  // so that reports come in order
+    saving_.setMaxConcurrentOperationCount(1);  // keeps the reports in order
   }
 
-  // Gives its thread back at once: saving takes longer than the next picture takes to arrive.
+  // Saves on another thread and returns at once: saving takes longer than the next picture needs to
+  // arrive. Called on a thread of the receiver's operation queue, one call at a time.
   void imageReceived(std::shared_ptr<tarnwick::NSImage> image,
                      std::optional<tarnwick::CGRect> bounds) override {
     const Clock::time_point receivedAt = Clock::now();
@@ -76,7 +77,7 @@ class Recorder : public tarnwick::RxImageUDPDelegate {
  private:
   const std::filesystem::path directory_;
   tarnwick::NSOperationQueue saving_;
-  std::int64_t count_ = 0;  // used by the delegate call only
+  std::int64_t count_ = 0;  // used by imageReceived() only
 };
 
 void stopWhenInputEnds() {
@@ -92,7 +93,7 @@ struct Pipe {
   int readEnd = -1, writeEnd = -1;
 };
 
-/// A pipe of which another program gets the ends that it is given, and no others.
+/// Creates a pipe. A child process inherits an end only as a duplicate that is made for it.
 Pipe makePipe() {
   std::array<int, 2> ends;
   if (pipe(ends.data()) == -1) throw std::system_error(errno, std::generic_category(), "pipe");
@@ -100,7 +101,7 @@ Pipe makePipe() {
   return {ends[0], ends[1]};
 }
 
-/// A UDP port that nobody has now. Somebody may have it a moment later.
+/// Returns a UDP port that is free now. Another process may bind it a moment later.
 std::uint16_t freePort() {
   sockaddr_in address{};
   address.sin_family = AF_INET;

@@ -13,17 +13,16 @@
 
 namespace demo {
 
-/// The whole of the receiving process: saves the pictures that come to `port` as PNG files in
-/// `directory` and reports each on standard output, until standard input ends. Returns the exit
-/// status.
+/// Runs the receiving process: saves the pictures that arrive on `port` as PNG files in `directory`
+/// and reports each on standard output. Returns the exit status when standard input ends.
 int receivePictures(std::uint16_t port, const std::filesystem::path& directory);
 
-/// The receiving process as the one that started it sees it. It ends with this object, and with the
-/// process that holds it, however that ends.
+/// Starts and controls the receiving process, which ends with this object. It also ends with the
+/// process that started it, even if that is killed: its standard input ends then.
 class ReceiverProcess {
  public:
-  /// Runs `program`, which is this one, as a receiver. Its log lines are shown when `isVerbose`.
-  /// Throws std::system_error.
+  /// Starts `program`, this executable, as a receiver. Shows its log lines if `isVerbose`. Throws
+  /// std::system_error.
   ReceiverProcess(const std::string& program, std::uint16_t port,
                   const std::filesystem::path& directory, bool isVerbose);
   ~ReceiverProcess();
@@ -32,11 +31,11 @@ class ReceiverProcess {
 
   [[nodiscard]] std::uint16_t port() const { return port_; }
 
-  /// What the process says next; absent when it says nothing before the deadline, or never more.
+  /// Returns the next message, or nothing if the deadline passes or the output ends first.
   [[nodiscard]] std::optional<std::string> nextMessage(Clock::time_point deadline);
   [[nodiscard]] std::optional<Report> nextReport(Clock::time_point deadline);
 
-  /// Ends the process. Returns what went wrong with it, empty when nothing did.
+  /// Ends the process. Returns how it failed, or an empty text if it did not.
   std::string end();
 
  private:
@@ -45,14 +44,14 @@ class ReceiverProcess {
 
   const std::uint16_t port_;
   const bool isVerbose_;
-  pid_t process_ = -1;  // -1 when it has ended
-  int input_ = -1;      // what it reads: nothing ever, but the end of it means the end
-  int output_ = -1;     // what it writes
-  std::string unread_;  // the beginning of its next line
+  pid_t process_ = -1;  // -1 after its end
+  int input_ = -1;      // its standard input: closing it ends the process
+  int output_ = -1;     // its standard output
+  std::string unread_;  // output that was read and not yet returned
 };
 
-/// Starts a receiver on a free port and waits until it listens. Throws std::runtime_error when none
-/// comes up.
+/// Starts a receiver on a free port and waits until it listens. Throws std::runtime_error if it
+/// does not start.
 [[nodiscard]] std::unique_ptr<ReceiverProcess> startReceiver(const std::string& program,
                                                              const std::filesystem::path& directory,
                                                              bool isVerbose);

@@ -12,7 +12,7 @@ namespace demo {
 
 using Clock = std::chrono::steady_clock;  // the same in all processes of a machine
 
-/// What the receiving process says of a picture that its delegate was given.
+/// The receiving process's report of a picture that its delegate received.
 struct Report {
   std::int64_t number = 0;                    // 1 for the first picture
   Clock::time_point receivedAt;               // when the delegate was called
@@ -22,7 +22,7 @@ struct Report {
 };
 
 /// The messages of the receiving process, each a line of its standard output. The framework's log
-/// lines stand between them, and never begin like this.
+/// lines appear between them and never begin with the prefix.
 namespace message {
 
 inline const std::string prefix = "demo: ";
@@ -43,7 +43,7 @@ inline std::string textOf(const Report& report) {
   return text.str();
 }
 
-/// The report that textOf() made this text of; absent when the text is none.
+/// Parses a text that textOf() made of a report. Returns nothing for any other text.
 inline std::optional<Report> reportOf(const std::string& text) {
   std::istringstream words(text);
   std::string word;

@@ -23,7 +23,7 @@ Shipment shipmentOf(const Picture& picture, float compression) {
   return {picture, compression, picture.image->jpegRepresentation(compression).value(), {}, {}};
 }
 
-/// The top left corner of a picture, as much of it as fits one datagram.
+/// Returns the top left corner of a picture, 16 x 16 pixels or fewer, so that it fits one datagram.
 Shipment cornerOf(const Shipment& shipment, std::int64_t chunk) {
   const auto& [width, height] = shipment.picture.image->size();
   for (double side = 16;; side /= 2) {
@@ -34,8 +34,8 @@ Shipment cornerOf(const Shipment& shipment, std::int64_t chunk) {
   }
 }
 
-/// What is sent together. The rest of a picture larger than a datagram leaves while something waits
-/// behind it, and a corner of it always does.
+/// Returns what is sent together. The rest of a picture larger than a datagram is sent only while
+/// another message is queued. Therefore a corner of the picture follows it.
 Batch batchOf(const Shipment& shipment, std::int64_t chunk) {
   if (fits(shipment, chunk)) return {shipment};
   return {shipment, cornerOf(shipment, chunk)};
@@ -45,9 +45,9 @@ bool isReportOf(const Report& report, const Shipment& shipment) {
   return report.rect == sentRect(shipment.picture);
 }
 
-/// Waits until the batch has arrived, so that the few messages of one batch are all that ever waits
-/// in the send queue: it empties itself at a hundred. Pictures arrive in order, so what is reported
-/// after a picture that was not tells that this one is lost.
+/// Waits until the batch is reported or the deadline has passed. So the send queue, which is
+/// emptied when it exceeds 100 messages, holds only one batch. Pictures arrive in order: if a later
+/// picture is reported first, the earlier one is lost.
 void awaitReports(Batch& batch, std::int64_t chunk, ReceiverProcess& receiver) {
   Clock::time_point deadline = Clock::now();
   for (const Shipment& shipment : batch) {
@@ -59,7 +59,7 @@ void awaitReports(Batch& batch, std::int64_t chunk, ReceiverProcess& receiver) {
     auto reported = std::find_if(due, batch.end(), [&report](const Shipment& shipment) {
       return isReportOf(*report, shipment);
     });
-    if (reported == batch.end()) reported = due;  // a stranger came in place of what was due
+    if (reported == batch.end()) reported = due;  // it has a wrong rectangle
     reported->report = std::move(report);
     due = reported + 1;
   }
@@ -83,7 +83,7 @@ std::string sidesOf(std::int64_t width, std::int64_t height) {
   return std::to_string(width) + " x " + std::to_string(height);
 }
 
-/// Names the cause of a loss when a piece of the file caused it.
+/// Describes a loss. Names the first chunk of the file that reads as text, which causes a loss.
 std::string lossOf(const Shipment& shipment, std::int64_t chunk) {
   const tarnwick::Data& file = shipment.file;
   const std::int64_t count = datagramCount(shipment, chunk) - 1;
@@ -115,7 +115,7 @@ std::vector<Shipment> sendAll(const std::vector<Picture>& pictures, float compre
     awaitReports(batch, chunk, receiver);
     std::move(batch.begin(), batch.end(), std::back_inserter(sent));
   }
-  sender->endOperation();  // drops what has not left: by now everything has
+  sender->endOperation();  // drops unsent messages, but all have been sent by now
   return sent;
 }
 

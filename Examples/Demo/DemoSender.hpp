@@ -12,23 +12,23 @@
 
 namespace demo {
 
-/// A picture on its way: as it is sent, and as the receiver reported it.
+/// A picture as it is sent, and the receiver's report of it.
 struct Shipment {
   Picture picture;
   float compression = 0;
-  tarnwick::Data file;  // the picture as the JPEG file that travels
+  tarnwick::Data file;  // the JPEG file that is sent
   Clock::time_point sentAt;
   std::optional<Report> report;
 };
 
-/// What became of a shipment.
+/// The result of a shipment.
 struct Outcome {
-  std::string fault;           // empty: the picture arrived as it should
-  std::optional<double> psnr;  // in dB, of sent and received picture; infinite when they are equal
+  std::string fault;           // empty if the picture arrived intact
+  std::optional<double> psnr;  // in dB, of sent and received picture; infinite if they are equal
 };
 
-/// Sends the pictures to the receiver, one after another as it reports them. Each that does not fit
-/// one datagram is followed by a corner of it, which is returned as a shipment of its own.
+/// Sends the pictures one after another, each after the report of the previous one. A corner
+/// follows each picture that does not fit one datagram, and is returned as a separate shipment.
 [[nodiscard]] std::vector<Shipment> sendAll(const std::vector<Picture>& pictures, float compression,
                                             std::int64_t chunk, ReceiverProcess& receiver);
 
@@ -37,10 +37,10 @@ struct Outcome {
 [[nodiscard]] Outcome outcomeOf(const Shipment& shipment, std::int64_t chunk,
                                 const std::filesystem::path& directory);
 
-/// How many datagrams a shipment is: one that announces it, and its pieces.
+/// Returns the number of datagrams of a shipment: its announcement and the chunks of its file.
 [[nodiscard]] std::int64_t datagramCount(const Shipment& shipment, std::int64_t chunk);
 
-/// "full screen", or the rectangle as x,y w x h.
+/// Returns "full screen", or the rectangle as "x,y  width x height".
 [[nodiscard]] std::string textOf(const std::optional<tarnwick::CGRect>& rect);
 [[nodiscard]] std::optional<tarnwick::CGRect> sentRect(const Picture& picture);
 

@@ -1,4 +1,4 @@
-// Sends a JPEG file to a video receiver, as a frame, with a socket alone: peer ADDRESS PORT FILE
+// Sends a JPEG file to a video receiver as a frame, with a plain socket: peer ADDRESS PORT FILE
 #include <arpa/inet.h>
 #include <netinet/in.h>
 #include <poll.h>
@@ -60,7 +60,7 @@ void sendFrame(const Peer& peer, int number, const std::string& file) {
 }
 // [peer]
 
-/// A port's number. Throws when the text is none.
+/// Parses a port number. Throws std::runtime_error if the text is not one.
 std::uint16_t portNumber(const std::string& text) {
   std::uint16_t port = 0;
   const char* const end = text.data() + text.size();

@@ -1,5 +1,5 @@
-// Receives pictures of another machine's screen in a program that has an event loop of its own, and
-// saves the screen as a PNG file at Enter: receivepictures PORT FILE
+// Receives pictures of another machine's screen in a program with its own event loop. Enter saves
+// the screen as a PNG file and ends the program: receivepictures PORT FILE
 #include <poll.h>
 #include <unistd.h>
 #include <Tarnwick/Tarnwick.hpp>
@@ -79,7 +79,7 @@ class Watcher : public tarnwick::RxImageUDPDelegate {
 };
 // [delegate]
 
-/// A port's number. Throws when the text is none.
+/// Parses a port number. Throws std::runtime_error if the text is not one.
 std::uint16_t portNumber(const std::string& text) {
   std::uint16_t port = 0;
   const char* const end = text.data() + text.size();

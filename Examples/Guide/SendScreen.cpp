@@ -1,4 +1,4 @@
-// Sends what a screen shows, first all of it and then what changes: sendscreen ADDRESS PORT
+// Sends a screen, first all of it and then its changes: sendscreen ADDRESS PORT
 #include <Tarnwick/Tarnwick.hpp>
 #include <charconv>
 #include <chrono>
@@ -59,7 +59,7 @@ void sendRegion(TxImageUDP& sender, const NSImage& screen, const CGRect& area) {
 }
 // [sending]
 
-/// Stands for the system's way to grab a screen: a bar that falls over a shaded ground.
+/// Replaces the system's screen capture: draws a bar that falls over a shaded background.
 std::shared_ptr<NSImage> grab(int time) {
   Bitmap screen{320, 180, tarnwick::Data(std::size_t{320} * 180 * Bitmap::bytesPerPixel, 255)};
   for (int y = 0; y < 180; ++y) {
@@ -72,7 +72,7 @@ std::shared_ptr<NSImage> grab(int time) {
   return NSImage::fromBitmap(std::move(screen));
 }
 
-/// A port's number. Throws when the text is none.
+/// Parses a port number. Throws std::runtime_error if the text is not one.
 std::uint16_t portNumber(const std::string& text) {
   std::uint16_t port = 0;
   const char* const end = text.data() + text.size();

@@ -1,4 +1,4 @@
-// Receives video and audio of another machine and saves it.
+// Receives video and audio from another machine and saves it.
 #include <Tarnwick/Tarnwick.hpp>
 #include <algorithm>
 #include <atomic>
@@ -25,24 +25,24 @@ struct Options {
   int (*command)(const Options&) = nullptr;
 };
 
-/// Saves frames and says which are missing.
+/// Saves frames and reports which are missing.
 class VideoRecorder : public tarnwick::RxVideoUDPDelegate {
  public:
   explicit VideoRecorder(std::shared_ptr<Recorder> recorder) : recorder_(std::move(recorder)) {}
 
-  // Start and stop come on the receive thread, which must not be kept waiting.
+  // Called on the receive thread, which reads no datagram until the call returns.
   void videoStarted() override {
     isNewStream_ = true;
     say("the stream starts");
   }
   void videoStopped() override { say("the stream stops"); }
 
-  // The frames come on another thread.
+  // Called on a thread of the receiver's operation queue, one call at a time.
   void videoFrameReceived(std::int64_t frameID, tarnwick::Data data) override {
     if (recorder_->save(data).empty()) return;
     if (isNewStream_.exchange(false) || frameID == 1) last_ = 0;
     reportMissing(last_ + 1, frameID - 1);
-    last_ = std::max(last_, frameID);  // one may come twice, or late
+    last_ = std::max(last_, frameID);  // a frame may arrive twice or late
   }
 
   [[nodiscard]] std::int64_t missing() const { return missing_; }
@@ -57,7 +57,7 @@ class VideoRecorder : public tarnwick::RxVideoUDPDelegate {
 
   const std::shared_ptr<Recorder> recorder_;
   std::atomic<bool> isNewStream_ = false;
-  std::int64_t last_ = 0;  // used by the frames' thread only
+  std::int64_t last_ = 0;  // used by videoFrameReceived() only
   std::atomic<std::int64_t> missing_ = 0;
 };
 
@@ -76,7 +76,7 @@ class AudioRecorder : public tarnwick::RxAudioUDPDelegate {
   const std::shared_ptr<Recorder> recorder_;
 };
 
-/// Receives until all is there or somebody interrupts. Returns how many objects were saved.
+/// Receives until the recorder is done or the user interrupts. Returns the number of saved objects.
 template <typename Receiver>
 std::int64_t receive(std::uint16_t port, const auto& delegate, Recorder& recorder) try {
   const auto receiver = Receiver::create("mediareceive", port, program::longestDatagram, delegate);

@@ -32,7 +32,7 @@ using program::Trouble;
 struct Options {
   std::string address, file, pin;
   std::uint16_t imagePort = 5000, videoPort = 5001, audioPort = 5002;
-  std::size_t chunk = 1400;  // the system holds 92 of these for a receiver that is kept waiting
+  std::size_t chunk = 1400;  // the kernel's default receive buffer holds 92 of these
   double fps = 25;
   std::int64_t number = 1;
   int (*command)(const Options&) = nullptr;
@@ -56,7 +56,7 @@ int sendVideo(const Options& options) {
                   " is no motion-JPEG file: give complete JPEG pictures, one after another");
   }
   PacedClient client(options.address, options.videoPort);
-  program::catchInterrupts();  // whoever was told "start" is told "stop"
+  program::catchInterrupts();  // so that an interrupted stream ends with "stop"
   expect(client.ask("start"), "video|started");
   const Clock::time_point start = Clock::now();
   std::int64_t count = 0;
@@ -101,7 +101,7 @@ std::string loadedRecording(const std::string& path) {
     recording.resize(length + static_cast<std::size_t>(taken));
     return recording.size() == length + count;
   };
-  // Looked at before the rest is read, of which there may be no end.
+  // Checks the header before it reads the rest, because the input may never end.
   constexpr std::size_t header = 12, step = std::size_t{1} << 20;  // bytes
   bool isLonger = isTaken(header);
   if (!recording.starts_with("RIFF") || recording.find("WAVE") != 8) {

@@ -7,16 +7,16 @@
 namespace media {
 namespace {
 
-// Markers are two bytes, of which the first is always the same (T.81, table B.1).
+// A marker has two bytes. The first is always 0xFF (ITU-T T.81, table B.1).
 constexpr int markerPrefix = 0xFF, startOfImage = 0xD8, endOfImage = 0xD9;
 constexpr int firstRestart = 0xD0, lastRestart = 0xD7, temporary = 0x01, stuffedZero = 0x00;
 
 constexpr int endOfFile = std::istream::traits_type::eof();
 
-/// More than any camera writes: beyond it a picture has lost its end.
+/// In bytes. No camera writes a longer picture, so a longer one has lost its end.
 constexpr std::size_t longestFrame = std::size_t{1} << 26;
 
-/// Whether entropy-coded data goes on behind it: no segment follows these.
+/// Whether no segment follows the marker, so that entropy-coded data continues.
 bool standsAlone(int marker) {
   return marker == stuffedZero || marker == temporary ||
          (firstRestart <= marker && marker <= lastRestart);
@@ -52,12 +52,12 @@ int MotionJPEG::takeByte() {
   return byte;
 }
 
-/// The next marker that does not stand alone. What lies before it is entropy-coded data, if any.
+/// Reads up to a marker for which standsAlone() is false. Returns that marker, or endOfFile.
 int MotionJPEG::takeMarker() {
   int byte = stuffedZero;
   while (standsAlone(byte)) {
     while (byte != markerPrefix && byte != endOfFile) byte = takeByte();
-    while (byte == markerPrefix) byte = takeByte();  // any number of them may fill the gap
+    while (byte == markerPrefix) byte = takeByte();  // any number of fill bytes
   }
   return byte;
 }
@@ -73,8 +73,8 @@ bool MotionJPEG::takeSegment() {
   return length >= ownLength;
 }
 
-/// Takes what follows the start of a picture. Returns the marker that ends it: another one than
-/// the end of the image when the picture is not complete.
+/// Reads a picture after its start. Returns the marker that ends it, which is endOfImage if the
+/// picture is complete.
 int MotionJPEG::takePicture() {
   for (;;) {
     const int marker = takeMarker();

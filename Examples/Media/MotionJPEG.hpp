@@ -7,20 +7,20 @@
 
 namespace media {
 
-/// Takes a motion-JPEG file apart, which is JPEG pictures one after another. A picture is followed
-/// from marker to marker (ITU-T T.81, annex B), so that one within another, as a thumbnail is, ends
-/// nothing. Only one picture at a time is in memory.
+/// Reads the pictures of a motion-JPEG file, which is a sequence of JPEG pictures. Reads each from
+/// marker to marker (ITU-T T.81, annex B), so an embedded thumbnail does not end a picture. Holds
+/// one picture in memory at a time.
 class MotionJPEG {
  public:
-  /// Reads from `file`, which outlives this. A file that does not begin as a JPEG picture does has
-  /// no frames.
+  /// Reads from `file`, which must outlive this object. If the file does not begin with a JPEG
+  /// picture, it has no frames.
   explicit MotionJPEG(std::istream& file);
 
-  /// The next complete picture; absent at the end. What lies between two pictures is skipped, and
-  /// so is a picture that is cut short.
+  /// Returns the next complete picture, or nothing at the end. Skips incomplete pictures and bytes
+  /// between pictures.
   [[nodiscard]] std::optional<tarnwick::Data> nextFrame();
 
-  /// How many pictures were skipped so far.
+  /// The number of incomplete pictures skipped so far.
   [[nodiscard]] std::int64_t skipped() const { return skipped_; }
 
  private:
@@ -31,7 +31,7 @@ class MotionJPEG {
   int findStart();
 
   std::istream& file_;
-  tarnwick::Data frame_;  // as much of the picture as has been read
+  tarnwick::Data frame_;  // the part of the picture that has been read
   int marker_ = 0;        // the last marker read
   std::int64_t skipped_ = 0;
 };

@@ -12,14 +12,14 @@ namespace {
 
 using namespace std::chrono_literals;
 
-/// The client sends a message a pass, which takes 1 ms and a little. It is not told when one has
-/// left. Whoever sleeps longer than a pass after each message stays behind it, on a busy machine,
-/// too: that makes both oversleep. So time lost here is not made up for.
+/// The client sends one message per pass, which takes a little over 1 ms, and does not report it.
+/// Sleeping longer than a pass after each message keeps the queue short. A busy machine delays both
+/// threads, so this one must not make up for lost time.
 constexpr auto pause = 1250us;
 constexpr int queueLength = 100;
 
-/// The first piece of a payload. The receiver takes a datagram that reads as a message for one, and
-/// one of separators only is the end of it; so neither this piece nor the rest may be that.
+/// Returns the first chunk of a payload. The chunk never reads as a message, on which the receiver
+/// would act. Neither the chunk nor the rest is separators alone, which can stop the receiver.
 tarnwick::Data firstPiece(std::string_view payload, std::size_t chunk, Classifier classify) {
   const std::size_t first = payload.find_first_not_of(tarnwick::fieldSeparators);
   const std::size_t last = payload.find_last_not_of(tarnwick::fieldSeparators);
@@ -34,7 +34,7 @@ tarnwick::Data firstPiece(std::string_view payload, std::size_t chunk, Classifie
         "too many bytes \"|\" or \"~\" in a row, more than a datagram holds: what they are part of "
         "cannot be sent; try it in another format");
   }
-  // Without its end a message is none any more, at the latest when one letter is left.
+  // Shortening turns a message into payload, at the latest when one letter is left.
   for (;; --length) {
     tarnwick::RxMessage message = classify(tarnwick::bytes(payload.substr(0, length)));
     if (message.response == tarnwick::RxResponse::Default) return std::move(*message.payload);

@@ -10,33 +10,33 @@
 
 namespace media {
 
-/// How a receiver tells messages from payload: RxVideoUDP::classify or RxAudioUDP::classify.
+/// Distinguishes messages from payload: RxVideoUDP::classify or RxAudioUDP::classify.
 using Classifier = tarnwick::RxMessage (*)(tarnwick::Data datagram);
 
-/// Sends to one receiver at the pace at which a UDPClient's messages leave, so that no more than a
-/// few ever wait in its queue, which would empty itself at a hundred. Used by one thread.
+/// Sends to one receiver no faster than a UDPClient sends its messages. So only a few wait in its
+/// queue, which is emptied when it exceeds 100 messages. For one thread.
 class PacedClient {
  public:
-  /// Opens the way to a receiver. Throws Trouble.
+  /// Starts a client that sends to the receiver at `address`. Throws Trouble.
   PacedClient(const std::string& address, std::uint16_t port);
 
-  /// Drops what has not left.
+  /// Ends the client and drops unsent messages.
   ~PacedClient();
   PacedClient(const PacedClient&) = delete;
   PacedClient& operator=(const PacedClient&) = delete;
 
-  /// Sends a message, and returns when the next one may follow.
+  /// Queues a message, and returns when the next one may follow.
   void send(std::string_view message);
 
-  /// Sends the bytes of an object that was announced, in pieces of `chunk` bytes where none of them
-  /// reads as a message, and otherwise a little shorter or, with many separators in a row, longer.
-  /// Throws Trouble when there are more in a row than a datagram holds.
+  /// Sends the bytes of an announced object in chunks of `chunk` bytes. A chunk that would read as
+  /// a message is shortened. A chunk that would be separators alone is extended. Throws Trouble if
+  /// it would need more than 65,500 bytes, or if the whole payload is separators.
   void sendPayload(std::string_view payload, std::size_t chunk, Classifier classify);
 
-  /// Sends a message when all others have left, and waits up to a second for the answer.
+  /// Sends a message after all others and waits up to one second for the reply.
   [[nodiscard]] std::optional<std::string> ask(std::string_view message);
 
-  /// Waits until every message has left.
+  /// Waits for as long as the client needs to send a full queue.
   void finish();
 
  private:

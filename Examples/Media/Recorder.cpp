@@ -16,7 +16,7 @@ void say(const std::string& line) { std::cerr << "mediareceive: " + line + "\n";
 Recorder::Recorder(std::filesystem::path directory, Naming naming, std::int64_t most)
     : directory_(std::move(directory)), naming_(std::move(naming)), most_(most) {
   try {
-    const program::NewFile probe(directory_);  // permissions alone do not tell
+    const program::NewFile probe(directory_);  // tries it: permissions are not conclusive
   } catch (const std::system_error& error) {
     throw program::Trouble("cannot write to " + directory_.string() + " (" +
                            error.code().message() +

@@ -8,7 +8,7 @@
 
 namespace media {
 
-/// Says a line on standard error.
+/// Prints a line on standard error.
 void say(const std::string& line);
 
 /// How files are named: prefix, number with leading zeros, suffix.
@@ -18,21 +18,21 @@ struct Naming {
   std::string suffix;
 };
 
-/// Saves what was received as numbered files of a directory. It replaces no file: a number that is
-/// taken is passed over. A file appears when it is complete. Any thread may call any member.
+/// Saves received objects as numbered files in a directory. Never replaces a file: skips numbers
+/// that exist. A file appears when it is complete. Any thread may call any member.
 class Recorder {
  public:
-  /// Saves at most `most` files. Throws Trouble when the directory is missing or not writable.
+  /// Saves at most `most` files. Throws Trouble if the directory is missing or not writable.
   Recorder(std::filesystem::path directory, Naming naming, std::int64_t most);
 
-  /// Returns the file's name; it is empty when no more is wanted, or the file cannot be written.
+  /// Saves a file. Returns its name, or "" if recording is over or the file cannot be written.
   std::string save(const tarnwick::Data& data);
 
-  /// Whether there is nothing more to save: all are there, or one could not be written.
+  /// Whether recording is over: all files are saved, or one could not be written.
   [[nodiscard]] bool isDone() const;
 
-  /// Waits for the file that is being written, and saves no more. Returns how many there are.
-  /// Throws Trouble when one could not be written.
+  /// Waits for a file in progress and ends the recording. Returns the number of saved files. Throws
+  /// Trouble if one could not be written.
   std::int64_t close();
 
  private:

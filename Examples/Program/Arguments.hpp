@@ -1,4 +1,4 @@
-// How all programs here read their arguments, and complain.
+// How the programs read their arguments and report errors.
 #pragma once
 
 #include <CLI/CLI.hpp>
@@ -6,21 +6,21 @@
 
 namespace program {
 
-/// Takes a number within limits, both included, and none that is not a number.
+/// Accepts numbers from `least` to `most`, both included, and rejects NaN.
 CLI::Validator between(double least, double most);
 
-/// Takes an IPv4 address of four numbers. The library also takes what inet_aton(3) does, such as
-/// 192.168.1, which here is more likely a mistake.
+/// Accepts an IPv4 address of four numbers. The library also accepts the short forms of
+/// inet_aton(3), such as 192.168.1, which are more likely mistakes here.
 CLI::Validator isAddress();
 
-/// Shows the help or the version that was asked for, or says what is wrong with the arguments, or
-/// with the rest. Returns the exit status.
+/// endEarly() prints the requested help or version, or the error in the arguments; complain()
+/// prints any other error. Both return the exit status.
 int endEarly(const CLI::App& arguments, const CLI::ParseError& end);
 int complain(const char* name, const std::exception& error) noexcept;
 
-/// Reads the arguments that `describe` adds and runs `body`. What goes wrong is said in one line on
-/// standard error. Returns the exit status: what `body` returns, 1 when it throws, 2 for wrong
-/// arguments.
+/// Reads the arguments that `describe` adds and runs `body`. Prints an error as one line on
+/// standard error. Returns the exit status: that of `body`, 1 if a std::exception was thrown, 2 for
+/// wrong arguments. Both functions run on the calling thread.
 template <typename Options>
 int run(const char* name, const char* description, int argc, char** argv,
         void (*describe)(CLI::App& arguments, Options& options),

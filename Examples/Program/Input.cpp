@@ -10,7 +10,7 @@
 namespace program {
 namespace {
 
-constexpr int patience = 100;  // milliseconds between two looks for an interrupt
+constexpr int patience = 100;  // milliseconds between two checks for an interrupt
 
 int opened(const std::string& path) {
   const int descriptor = path == "-" ? STDIN_FILENO : open(path.c_str(), O_RDONLY | O_CLOEXEC);

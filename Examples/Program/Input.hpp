@@ -6,11 +6,11 @@
 
 namespace program {
 
-/// A file that a std::istream reads from. It ends at an interrupt, too, so that a program which
-/// waits for a pipe can be ended. For one thread.
+/// A file for a std::istream to read from. An interrupt ends it, so that a program that waits for a
+/// pipe can be ended. For one thread.
 class Input final : public std::streambuf {
  public:
-  /// Opens a file; "-" is standard input. Throws Trouble when it cannot be read.
+  /// Opens a file; "-" is standard input. Throws Trouble if it cannot be read.
   explicit Input(const std::string& path);
   ~Input() override;
   Input(const Input&) = delete;

@@ -15,9 +15,9 @@ namespace {
 
 [[noreturn]] void throwError() { throw std::system_error(errno, std::generic_category()); }
 
-/// Creates a file where nothing is, not even a link. Returns -1 when something is there.
+/// Creates a file. Returns -1 if the path exists, even as a symbolic link.
 int create(const std::filesystem::path& path) {
-  constexpr mode_t everybody = 0666;  // less what the user's mask takes away
+  constexpr mode_t everybody = 0666;  // minus the process's umask
   const int descriptor =
       open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, everybody);
   if (descriptor == -1 && errno != EEXIST) throwError();
@@ -45,7 +45,7 @@ void NewFile::write(const tarnwick::Data& bytes) {
     if (count == -1 && errno != EINTR) throwError();
     if (count > 0) written += static_cast<std::size_t>(count);
   }
-  // Some systems tell only now that there is no space.
+  // Some file systems report only here that the disk is full.
   if (close(std::exchange(descriptor_, -1)) == -1) throwError();
 }
 
@@ -58,7 +58,7 @@ void NewFile::moveOver(const std::filesystem::path& path) {
 }
 
 bool NewFile::moveToFree(const std::filesystem::path& path) {
-  const int place = create(path);  // an empty file, which keeps the place until it is replaced
+  const int place = create(path);  // an empty file, which reserves the path until it is replaced
   if (place == -1) return false;
   close(place);
   moveOver(path);

@@ -5,31 +5,31 @@
 
 namespace program {
 
-/// A file that appears at its place complete or not at all: it is written under another name in the
-/// same directory, and then moved. What was there before is not touched until then, and a symbolic
-/// link is never followed. Everything here throws std::system_error when the system refuses.
+/// A file that appears complete or not at all. It is written under another name in the same
+/// directory, and then moved. An existing file is unchanged until then, and no symbolic link is
+/// written through. The constructor and the functions throw std::system_error if they fail.
 class NewFile {
  public:
   /// Creates an empty file in a directory.
   explicit NewFile(const std::filesystem::path& directory);
 
-  /// Removes it, unless it was moved.
+  /// Removes the file unless it was moved.
   ~NewFile();
   NewFile(const NewFile&) = delete;
   NewFile& operator=(const NewFile&) = delete;
 
-  /// Writes all that the file holds. Call it once.
+  /// Writes the whole content. Call it once.
   void write(const tarnwick::Data& bytes);
 
-  /// Moves it to a path in the same directory. It replaces a file that is there, and takes over who
-  /// may read and write that.
+  /// Moves the file to a path in the same directory. Replaces an existing file and takes over its
+  /// permissions.
   void moveOver(const std::filesystem::path& path);
 
-  /// Moves it to a path in the same directory if nothing is there. Returns whether it did.
+  /// Moves the file to a path in the same directory unless that exists. Returns whether it did.
   [[nodiscard]] bool moveToFree(const std::filesystem::path& path);
 
  private:
-  std::filesystem::path path_;  // empty when there is nothing left to remove
+  std::filesystem::path path_;  // empty after the move
   int descriptor_ = -1;
 };
 

@@ -12,10 +12,10 @@
 namespace program {
 namespace {
 
-constexpr int patience = 100;  // milliseconds between two looks at what nobody announces
+constexpr int patience = 100;  // milliseconds between two checks of isDone() and for interrupts
 
 std::atomic<bool> interrupted = false;
-static_assert(std::atomic<bool>::is_always_lock_free);  // or a signal handler may not set it
+static_assert(std::atomic<bool>::is_always_lock_free);  // a signal handler sets it
 
 void noteInterrupt(int) { interrupted = true; }
 
@@ -57,7 +57,7 @@ bool hasStatusLine() { return isatty(STDERR_FILENO) != 0; }
 
 void showStatus(const std::string& text) {
   constexpr auto eraseRest = "\033[K";  // ECMA-48, EL
-  constexpr std::size_t width = 79;  // of a terminal: a longer line would not be rewritten in place
+  constexpr std::size_t width = 79;     // in columns: a terminal would wrap a longer line
   std::cerr << '\r' << text.substr(0, width) << eraseRest << std::flush;
 }
 

@@ -1,4 +1,4 @@
-// What the programs here have in common: how they give advice, log, end and show what they do.
+// Shared by the programs: advice on errors, the log, interrupts, the main queue, a status line.
 #pragma once
 
 #include <Tarnwick/Tarnwick.hpp>
@@ -10,26 +10,27 @@
 
 namespace program {
 
-/// The longest datagram that an endpoint takes, in bytes.
-inline constexpr std::int64_t longestDatagram = 65500;
+inline constexpr std::int64_t longestDatagram = 65500;  ///< in bytes, the limit of an endpoint
 
-/// What to do about an endpoint that cannot be created.
+/// Returns advice for the user about an endpoint that could not be created.
 std::string adviceOn(const tarnwick::UDPError& error, std::uint16_t port);
 
-/// The framework logs on standard output. Where that is a terminal the log is dropped, so that what
-/// the program itself says on standard error can be read; redirect standard output to have both.
+/// Discards standard output if it is a terminal: the framework's log would hide the program's own
+/// lines on standard error. Redirect standard output to read both.
 void keepLogOffTerminal();
 
-/// From now on Ctrl-C and SIGTERM are noted, and nothing more.
+/// Makes Ctrl-C and SIGTERM set isInterrupted() instead of ending the process.
 void catchInterrupts();
 bool isInterrupted();
 
-/// Hands complete objects over until `isDone()` or an interrupt: what an application does whose
-/// event loop can wait for a descriptor. It asks `isDone()` several times a second.
+/// Drains the main queue until `isDone()` returns true or the user interrupts. Waits for the
+/// queue's descriptor, as an event loop can. The calling thread calls `isDone()` before each drain,
+/// and every 100 ms while the queue is empty. What `isDone()` throws is passed to the caller.
 void drainMainQueueUntil(const std::function<bool()>& isDone);
 
-/// Whether somebody watches standard error, and rewrites a line of it in place.
+/// Whether standard error is a terminal.
 bool hasStatusLine();
+/// Rewrites the terminal's last line.
 void showStatus(const std::string& text);
 
 }  // namespace program

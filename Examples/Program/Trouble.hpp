@@ -4,7 +4,7 @@
 
 namespace program {
 
-/// Something that the user can mend; the text says how.
+/// An error that the user can correct; the text says how.
 struct Trouble : std::runtime_error {
   using std::runtime_error::runtime_error;
 };

@@ -16,7 +16,7 @@ std::size_t index(int x, int y, int width) {
 
 int countOf(const PixelRect& cells) { return cells.width * cells.height; }
 
-/// Shows a visitor each cell of an area of a grid that is `width` cells wide.
+/// Calls `visitor` with each cell of an area of a grid that is `width` cells wide.
 template <typename Cells, typename Visitor>
 void visit(Cells& grid, int width, const PixelRect& area, Visitor visitor) {
   for (int y = area.y; y < area.y + area.height; ++y) {
@@ -26,7 +26,7 @@ void visit(Cells& grid, int width, const PixelRect& area, Visitor visitor) {
   }
 }
 
-/// Cut across its longer side, so many cells from the first.
+/// Cuts an area across its longer side, after `position` cells.
 std::pair<PixelRect, PixelRect> cut(const PixelRect& cells, int position) {
   const auto& [x, y, width, height] = cells;
   if (width >= height)
@@ -75,7 +75,7 @@ void ChangeMap::clear(const PixelRect& area) {
   visit(cells_, grid_.width, cellsOf(area), [](Cell& cell) { cell.due = never; });
 }
 
-/// The cells that hold an area's pixels, as far as it lies on the picture.
+/// Returns the cells that hold an area's pixels. Ignores pixels outside the picture.
 PixelRect ChangeMap::cellsOf(const PixelRect& area) const {
   const PixelRect inside = area.intersection(picture_);
   if (inside.isEmpty()) return {};
@@ -103,8 +103,8 @@ PixelRect ChangeMap::dirtyBox(const PixelRect& cells) const {
   return {left, top, right - left, bottom - top};
 }
 
-/// One piece where that is worth it: it fits, and there is little in it that need not be sent.
-/// Otherwise two parts, each on its own.
+/// Adds the changed part of an area as one region if it is expected to fit and holds few unchanged
+/// cells. Otherwise cuts it and adds both parts separately.
 void ChangeMap::addPieces(const PixelRect& cells, double limit, std::vector<Piece>& pieces) const {
   const PixelRect box = dirtyBox(cells);
   if (box.isEmpty()) return;
@@ -117,19 +117,19 @@ void ChangeMap::addPieces(const PixelRect& cells, double limit, std::vector<Piec
     if (cell.due == never) ++idle;
   });
   const bool isWorthIt = idle <= idleCells || 2 * idle <= countOf(box);
-  const double count = std::ceil(content / (limit - emptyFile_));  // of pieces
+  const double count = std::ceil(content / (limit - emptyFile_));  // of regions
   if ((isWorthIt && count <= 1) || countOf(box) == 1) {
     pieces.push_back({pixelsOf(box), due});
     return;
   }
-  // As many full pieces on either side of the cut, so that few are left half empty.
+  // The first part gets a whole number of full regions, so that few regions are half empty.
   const double share = std::max(1.0, std::floor(count / 2)) / std::max(2.0, count);
   const auto [first, second] = cut(box, cutPosition(box, share * content));
   addPieces(first, limit, pieces);
   addPieces(second, limit, pieces);
 }
 
-/// How many cells across the longer side of an area take this many bytes; never none, nor all.
+/// Returns how many cells of an area's longer side take `bytes`: at least one, and not all of them.
 int ChangeMap::cutPosition(const PixelRect& cells, double bytes) const {
   const int length = std::max(cells.width, cells.height);
   int position = 0;

@@ -10,9 +10,9 @@
 
 namespace screenshare {
 
-/// Which parts of a picture have to be sent, since when, and what they took when they were sent
-/// last: a grid of cells of 16 x 16 pixels, the blocks that JPEG works in, so that pieces join
-/// without seams. From it come the pieces to send next. For one thread.
+/// Records which parts of a picture must be sent, since when, and the size of their last files.
+/// Divides these parts into regions. The grid's cells of 16 x 16 pixels match JPEG's blocks, so
+/// that regions join without seams. For one thread.
 class ChangeMap {
  public:
   using Time = std::chrono::steady_clock::time_point;
@@ -22,27 +22,27 @@ class ChangeMap {
     Time due;
   };
 
-  /// Nothing is due. `emptyFile` is what a picture without content takes, in bytes.
+  /// Begins with nothing due. `emptyFile` is the file size of an empty picture, in bytes.
   ChangeMap(int width, int height, std::size_t emptyFile);
 
-  /// These pixels are to be sent; what is due earlier goes first.
+  /// Marks pixels to be sent. Pixels that are due earlier are sent first.
   void touch(const PixelRect& area, Time due);
 
-  /// Whether anything is to be sent, and the rectangle that holds all of it.
+  /// Whether nothing is to be sent, and the rectangle around all that is.
   [[nodiscard]] bool isClean() const { return box().isEmpty(); }
   [[nodiscard]] PixelRect box() const;
 
-  /// Pieces that hold all that is to be sent, what is due first first. None is expected to take
-  /// more than `limit` bytes, unless a single cell does.
+  /// Returns regions that cover everything to be sent, the earliest due first. Each is expected to
+  /// take at most `limit` bytes, except for a region of a single cell.
   [[nodiscard]] std::vector<Piece> pieces(double limit) const;
 
-  /// The two halves of a piece; absent when it is a single cell.
+  /// Returns the two halves of a region, or nothing for a single cell.
   [[nodiscard]] std::optional<std::pair<PixelRect, PixelRect>> halves(const PixelRect& area) const;
 
-  /// The file of a piece took this many bytes, as it probably will again.
+  /// Records the size of a region's file, which predicts the size of the next one.
   void learn(const PixelRect& area, std::size_t fileSize);
 
-  /// A piece was sent.
+  /// Marks a region as sent.
   void clear(const PixelRect& area);
 
  private:
@@ -52,8 +52,8 @@ class ChangeMap {
   };
   static constexpr Time never = Time::max();
   static constexpr int side = 16;       // of a cell, in pixels
-  static constexpr double guess = 30;   // bytes a cell, before anything is known
-  static constexpr int idleCells = 64;  // that a piece may hold: they cost less than another piece
+  static constexpr double guess = 30;   // bytes per cell before the first file
+  static constexpr int idleCells = 64;  // unchanged, in one region: cheaper than another region
 
   [[nodiscard]] PixelRect cellsOf(const PixelRect& area) const;
   [[nodiscard]] PixelRect pixelsOf(const PixelRect& cells) const;

@@ -8,25 +8,25 @@
 
 namespace screenshare {
 
-/// Keeps the sender's queue short, which would empty itself at a hundred messages and cannot be
-/// asked how many it holds. A datagram leaves each time the sender's thread has slept for a
-/// millisecond, and how late a busy machine wakes a thread shows in our own sleep; so what has left
-/// can be estimated, a little low. For one thread.
+/// Keeps the sender's queue short. The queue is emptied when it exceeds 100 messages and does not
+/// report its length, so this class estimates it. The send thread sends a datagram after each sleep
+/// of a millisecond. How late a busy machine ends a sleep is measured with this thread's sleeps.
+/// The estimate of what was sent is a little low. For one thread.
 class Pace {
  public:
   using Clock = std::chrono::steady_clock;
 
-  /// `bandwidth` is what the network carries, in bytes a second.
+  /// `bandwidth` is the capacity of the network, in bytes per second.
   explicit Pace(double bandwidth)
       : bytesPerDatagram_(bandwidth * Seconds(sleepOfSender).count() / share) {}
 
-  /// Notes that so many datagrams were queued, which hold so many bytes together.
+  /// Records that `datagrams` datagrams of `bytes` bytes in total were queued.
   void add(std::int64_t datagrams, std::size_t bytes) {
     settle();
     owed_ += cost(datagrams, bytes);
   }
 
-  /// How long they take to leave, on a machine that is not busy.
+  /// Returns how long sending them takes on a machine that is not busy.
   [[nodiscard]] std::chrono::duration<double> time(std::int64_t datagrams,
                                                    std::size_t bytes) const {
     return cost(datagrams, bytes) / share * Seconds(sleepOfSender);
@@ -46,8 +46,8 @@ class Pace {
   using Seconds = std::chrono::duration<double>;
 
   static constexpr std::chrono::milliseconds sleepOfSender{1};
-  static constexpr double share = 0.8;  // of the datagrams that leave, which are counted
-  // Enough for the changes of one frame, and a sixth of what the queue holds.
+  static constexpr double share = 0.8;  // the fraction of the sent datagrams that is counted
+  // In datagrams: enough for the changes of one frame, and a sixth of what the queue holds.
   static constexpr double allowance = 16;
 
   [[nodiscard]] double cost(std::int64_t datagrams, std::size_t bytes) const {
@@ -68,10 +68,10 @@ class Pace {
     settled_ = now;
   }
 
-  const double bytesPerDatagram_;  // that the network carries while one is counted
-  double owed_ = 0;                // datagrams in the queue, or as many as the network is slower
+  const double bytesPerDatagram_;  // that the network carries per counted datagram
+  double owed_ = 0;                // datagrams in the queue; more on a slow network
   Clock::time_point settled_ = Clock::now();
-  Seconds lateness_{0};  // with which a sleep ends, on average
+  Seconds lateness_{0};  // average delay of the end of a sleep
 };
 
 }  // namespace screenshare

@@ -21,12 +21,12 @@ struct Free {
 template <typename Reply>
 using Owned = std::unique_ptr<Reply, Free>;
 
-/// Straight alpha throughout: a screen is opaque, whatever the server left in the fourth byte.
+/// Sets alpha to opaque: the server leaves the fourth byte of a pixel undefined.
 void makeOpaque(tarnwick::Data& pixels) {
   for (std::size_t i = 3; i < pixels.size(); i += bytesPerPixel) pixels[i] = 255;
 }
 
-/// The display that is meant when none is named, if there is one.
+/// Returns `display` or, if that is empty, the value of the variable DISPLAY.
 std::string nameOf(const std::string& display) {
   const char* const usual = std::getenv("DISPLAY");
   return display.empty() && usual != nullptr ? usual : display;
@@ -67,7 +67,7 @@ Screen::~Screen() {
   xcb_disconnect(connection_);
 }
 
-/// An extension is there only when its version was asked for.
+/// Checks the extensions. DAMAGE and XFIXES work only after a request for their version.
 void Screen::requireExtensions() {
   for (auto* id : {&xcb_damage_id, &xcb_shm_id, &xcb_xfixes_id}) {
     const xcb_query_extension_reply_t* extension = xcb_get_extension_data(connection_, id);
@@ -93,14 +93,14 @@ void Screen::requirePixelFormat() const {
     if (format.data->depth != screen_->root_depth) continue;
     isKnown = isKnown && format.data->bits_per_pixel == 8 * bytesPerPixel;
   }
-  constexpr int depth = 24;  // eight bits a colour
+  constexpr int depth = 24;  // eight bits per colour
   if (!isKnown || screen_->root_depth != depth) {
     throw Trouble("display " + name_ + " is not 24 bits deep: set it to millions of colours");
   }
 }
 
 void Screen::watch() {
-  const std::uint32_t events = XCB_EVENT_MASK_STRUCTURE_NOTIFY;  // for the size
+  const std::uint32_t events = XCB_EVENT_MASK_STRUCTURE_NOTIFY;  // reports the size
   xcb_change_window_attributes(connection_, screen_->root, XCB_CW_EVENT_MASK, &events);
   damage_ = xcb_generate_id(connection_);
   xcb_damage_create(connection_, damage_, screen_->root, XCB_DAMAGE_REPORT_LEVEL_NON_EMPTY);
@@ -120,7 +120,7 @@ void Screen::shareMemory() {
   const Owned<xcb_generic_error_t> error(xcb_request_check(
       connection_,
       xcb_shm_attach_checked(connection_, segment_, static_cast<std::uint32_t>(memory), 0)));
-  shmctl(memory, IPC_RMID, nullptr);  // it lives as long as the server and we are attached
+  shmctl(memory, IPC_RMID, nullptr);  // frees it when the server and we have detached
   if (error || reinterpret_cast<std::intptr_t>(address) == -1) {
     throw Trouble("display " + name_ + " shares no memory with us: run where its server runs");
   }
@@ -140,8 +140,8 @@ std::vector<PixelRect> Screen::changes() {
   return changed;
 }
 
-/// Asks for what was damaged and begins anew in one step, so that nothing comes in between. Events
-/// would tell of a place only once, also when it was drawn to again after it was grabbed.
+/// Reads and resets the damage in one request, so that no change is lost in between. An event would
+/// report a place only once, even if it was drawn to again after the grab.
 void Screen::readDamage(std::vector<PixelRect>& changed) {
   xcb_damage_subtract(connection_, damage_, XCB_NONE, region_);
   const Owned<xcb_xfixes_fetch_region_reply_t> reply(xcb_xfixes_fetch_region_reply(
@@ -156,7 +156,7 @@ void Screen::readDamage(std::vector<PixelRect>& changed) {
 void Screen::readEvents(std::vector<PixelRect>& changed) {
   PixelRect bounds = bounds_;
   while (const Owned<xcb_generic_event_t> event{xcb_poll_for_event(connection_)}) {
-    const int type = event->response_type & 0x7f;  // the highest bit tells who sent it
+    const int type = event->response_type & 0x7f;  // the highest bit tells whether a client sent it
     if (type != XCB_CONFIGURE_NOTIFY) continue;
     const auto* notice = reinterpret_cast<const xcb_configure_notify_event_t*>(event.get());
     if (notice->window == screen_->root) bounds = {0, 0, notice->width, notice->height};

@@ -15,28 +15,28 @@
 
 namespace screenshare {
 
-/// An X11 display's screen: what changes on it, and pictures of it with the pointer drawn in. The
-/// server copies the pixels into memory that it shares with us, so it has to run on this machine.
-/// For one thread. Whatever the display refuses is thrown as program::Trouble.
+/// Reports the changes of an X11 display's screen and takes pictures of it, pointer included. The
+/// server copies the pixels into shared memory, so it must run on this machine. Throws
+/// program::Trouble if the display fails. For one thread.
 class Screen {
  public:
-  /// Opens a display as X(7) names it; an empty name stands for the environment's DISPLAY.
+  /// Opens a display, named as in X(7). An empty name means the environment variable DISPLAY.
   explicit Screen(const std::string& display);
   ~Screen();
   Screen(const Screen&) = delete;
   Screen& operator=(const Screen&) = delete;
 
-  /// The whole screen. Its size may be another after changes().
+  /// The whole screen. Only changes() changes its size.
   [[nodiscard]] PixelRect bounds() const { return bounds_; }
 
-  /// The rectangles that have changed since the last call, in no order; they may overlap.
+  /// Returns the rectangles that have changed since the last call, in any order. They may overlap.
   std::vector<PixelRect> changes();
 
-  /// Takes the pixels of an area as they are now. False when the screen has another size by now,
-  /// which changes() will tell.
+  /// Copies the current pixels of an area. Returns false if the server refuses, because the size of
+  /// the screen has changed. The next changes() reports that.
   [[nodiscard]] bool grab(const PixelRect& area);
 
-  /// A picture of a part of the area that was grabbed last.
+  /// Returns a picture of a part of the last grabbed area.
   [[nodiscard]] std::shared_ptr<tarnwick::NSImage> picture(const PixelRect& part) const;
 
  private:
@@ -58,15 +58,15 @@ class Screen {
   [[noreturn]] void giveUp() const;
 
   const std::string name_;
-  int number_ = 0;  // of the screen, among those of the display
+  int number_ = 0;  // of the screen on the display
   xcb_connection_t* const connection_;
   xcb_screen_t* screen_ = nullptr;
   xcb_damage_damage_t damage_ = 0;
-  xcb_xfixes_region_t region_ = 0;  // what was damaged
+  xcb_xfixes_region_t region_ = 0;  // the damaged part of the screen
   PixelRect bounds_;
 
   xcb_shm_seg_t segment_ = 0;
-  const std::uint8_t* pixels_ = nullptr;  // of grabbed_, B G R and a byte without meaning each
+  const std::uint8_t* pixels_ = nullptr;  // of grabbed_: B, G, R and an unused byte each
   PixelRect grabbed_;
   Pointer pointer_;
 };

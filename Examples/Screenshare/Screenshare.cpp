@@ -1,4 +1,4 @@
-// Shares the screen of an X11 display with a peer, which shows it with screenview.
+// Shares the screen of an X11 display with a peer that runs screenview.
 #include <algorithm>
 #include <chrono>
 #include <cstdint>
@@ -56,14 +56,14 @@ void describe(CLI::App& arguments, Options& options) {
   arguments.add_option("--display", options.display, "The X11 display; else that of DISPLAY");
 }
 
-/// What was sent, and when that was read.
+/// The totals and the time at which they were read.
 struct Reading {
   Totals totals;
   Clock::time_point time = Clock::now();
   std::clock_t processor = std::clock();
 };
 
-/// How many a second, how long encoding a frame takes, and how much of a processor all together.
+/// Formats the rates between two readings, the time to encode a frame, and the CPU load.
 std::string difference(const Reading& now, const Reading& then) {
   const std::chrono::duration<double> elapsed = now.time - then.time;
   const auto perSecond = [&](std::int64_t Totals::*count) {
@@ -83,7 +83,7 @@ std::string difference(const Reading& now, const Reading& then) {
   return text.str();
 }
 
-/// Shares until an interrupt, with a line of what was sent each second.
+/// Shares until an interrupt. Shows the rates of each second in the status line.
 void share(Sharer& sharer, double frameRate) {
   const auto period =
       std::chrono::duration_cast<Clock::duration>(std::chrono::duration<double>(1 / frameRate));

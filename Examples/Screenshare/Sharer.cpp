@@ -12,10 +12,10 @@ namespace {
 
 using namespace std::chrono_literals;
 
-constexpr double margin = 0.85;       // of a datagram that a piece is planned to fill
-constexpr auto refreshPatience = 1s;  // for which all that does not change lets changes go first
+constexpr double margin = 0.85;       // planned size of a region's file, in datagrams
+constexpr auto refreshPatience = 1s;  // how long changes are sent before a refresh
 constexpr int previewCount = 4;
-constexpr auto longestWhole = 2s;  // for which a whole screen may keep changes waiting
+constexpr auto longestWhole = 2s;  // how long a whole screen may delay changes
 constexpr double bytesPerMegabit = 125'000;
 
 std::shared_ptr<tarnwick::TxImageUDP> makeSender(const Options& options) try {
@@ -55,7 +55,7 @@ void Sharer::noteChanges() {
   nextRefresh_ = now + seconds(options_.refresh);
 }
 
-/// A screen of this size is to be shared from now on.
+/// Begins to share a screen of this size.
 void Sharer::begin(const PixelRect& screen) {
   screenBounds_ = screen;
   const auto side = [this](int pixels) {
@@ -69,9 +69,9 @@ void Sharer::begin(const PixelRect& screen) {
   isWholeSent_ = false;
 }
 
-/// A small picture of the whole screen, so that the peer knows at once how large the screen is and
-/// what is on it. It is also what tells a peer that the screen is smaller than it was, so it goes
-/// with the next few whole screens, too: a datagram may be lost.
+/// Sends a small picture of the whole screen. It tells the peer the size and the content of the
+/// screen at once, also when the screen has become smaller. It is sent again with the next
+/// refreshes, because a datagram may be lost.
 void Sharer::sendPreview() {
   if (!grab(bounds_)) return;
   const auto whole = picture(bounds_);
@@ -87,9 +87,9 @@ void Sharer::sendPreview() {
   }
 }
 
-/// All of the screen at its own size and without a rectangle, in as many datagrams as that takes.
-/// It goes once: a peer that has lost one of them gets the regions that follow. So it does where
-/// the picture would hold up what changes for too long.
+/// Sends the whole screen in full size and without a rectangle, in as many datagrams as it needs.
+/// Does so once for each size, because a peer that loses a datagram gets the regions that follow.
+/// Sends nothing if the picture would delay changes for too long.
 void Sharer::sendWhole() {
   if (!grab(bounds_)) return;
   const PixelRect corner = PixelRect{0, 0, 16, 16}.intersection(bounds_);
@@ -98,12 +98,12 @@ void Sharer::sendWhole() {
   if (pace_.time(datagrams(size), size) > longestWhole) return;
   pace_.waitForRoom();
   send(std::move(whole), bounds_, true, options_.compression);
-  // The last datagram of a file leaves while something is queued behind it.
+  // The rest of a file is sent only while another message is queued.
   send(picture(corner), corner, false, options_.compression);
 }
 
-/// A screen that is shared as it is is grabbed where it is needed; one that is scaled as a whole,
-/// so that pieces join without seams.
+/// Grabs `area` alone if the screen is not scaled. Otherwise grabs and scales the whole screen, so
+/// that regions join without seams.
 bool Sharer::grab(const PixelRect& area) {
   scaledScreen_ = nullptr;
   if (bounds_ == screenBounds_) return screen_.grab(area);
@@ -116,7 +116,7 @@ std::shared_ptr<tarnwick::NSImage> Sharer::picture(const PixelRect& area) const 
   return scaledScreen_ ? tarnwick::crop(*scaledScreen_, area.asCGRect()) : screen_.picture(area);
 }
 
-/// Sends pieces until all have been sent, or it is time for the next frame.
+/// Sends regions until all are sent, the next frame is due or the user interrupts.
 void Sharer::sendPieces(Clock::time_point end) {
   ++totals_.frames;
   for (const auto& piece : changes_->pieces(margin * static_cast<double>(options_.chunk))) {
@@ -125,8 +125,8 @@ void Sharer::sendPieces(Clock::time_point end) {
   }
 }
 
-/// A piece whose file is too large for a datagram goes in halves, and a single cell of noise at a
-/// lower quality.
+/// Sends a region. If its file is too large for a datagram, sends the two halves or, for a single
+/// cell, lowers the quality.
 void Sharer::sendPiece(const PixelRect& area) {
   if (program::isInterrupted()) return;
   const auto image = picture(area);
@@ -151,8 +151,8 @@ void Sharer::sendPiece(const PixelRect& area) {
 
 void Sharer::send(std::shared_ptr<tarnwick::NSImage> image, const PixelRect& area,
                   bool isFullScreen, float factor) {
-  // The sender's own thread queues a file and then releases the image: no two wait for that. So the
-  // caller must not hold the last one.
+  // Waits until the sender has queued the last file and released its image, so that only one image
+  // waits to be encoded. The caller must not hold the last image.
   while (lastSent_.use_count() > 0) std::this_thread::sleep_for(100us);
   lastSent_ = image;
   const std::size_t size = fileSize(*image, factor);
@@ -163,7 +163,7 @@ void Sharer::send(std::shared_ptr<tarnwick::NSImage> image, const PixelRect& are
   pace_.add(datagrams(size), size);
 }
 
-/// How many a picture takes: its announcement, and its file.
+/// Returns the number of datagrams of a picture: its announcement and its file.
 std::int64_t Sharer::datagrams(std::size_t fileSize) const {
   return 1 + (static_cast<std::int64_t>(fileSize) + options_.chunk - 1) / options_.chunk;
 }
@@ -177,7 +177,7 @@ std::size_t Sharer::fileSize(const tarnwick::NSImage& image, float factor) {
 
 PixelRect Sharer::scaled(const PixelRect& area) const {
   if (bounds_ == screenBounds_) return area;
-  // A pixel counts in all that are near it: within three of the coarser of the two pictures.
+  // The scaling filter spreads a change by up to three pixels of the coarser picture.
   const double across = static_cast<double>(bounds_.width) / screenBounds_.width,
                down = static_cast<double>(bounds_.height) / screenBounds_.height;
   constexpr int reach = 3;

@@ -18,11 +18,11 @@ struct Options {
   std::string address;
   std::uint16_t port = 5000;
   std::int64_t chunk = 16000;  // bytes
-  double frameRate = 30;       // a second
+  double frameRate = 30;       // per second
   double refresh = 5;          // seconds
   float compression = 0.8F;
   double scale = 1;
-  double bandwidth = 200;  // megabits a second
+  double bandwidth = 200;  // megabits per second
   std::string display;
 };
 
@@ -32,20 +32,20 @@ struct Totals {
   std::chrono::steady_clock::duration encoding{0};
 };
 
-/// Shares a screen with a peer: all of it at first and from time to time, so that a peer that comes
-/// late or has lost a datagram sees it too, and in between what has changed. All but the first
-/// whole screen of each size are regions whose files fit one datagram, so that they leave at once.
-/// For one thread.
+/// Shares a screen with a peer. Sends the whole screen first, and then what changes. Sends all of
+/// it again from time to time, for peers that started late or lost a datagram. Except for the first
+/// whole screen of each size, every file fits one datagram and therefore does not wait for another
+/// message. For one thread.
 class Sharer {
  public:
   explicit Sharer(const Options& options);
 
-  /// Opens the stream, which takes a second, and closes it, which takes two.
+  /// Begin and end the stream. The first takes up to one second, the second takes two.
   void beginOperation() { sender_->beginOperation(); }
   void endOperation() { sender_->endOperation(); }
 
-  /// Sends what is due, and returns at the time `end`. What could not be sent by then goes first
-  /// the next time.
+  /// Sends what is due and returns at the time `end`. What was not sent by then is sent first in
+  /// the next frame.
   void runFrame(std::chrono::steady_clock::time_point end);
 
   [[nodiscard]] const Totals& totals() const { return totals_; }
@@ -72,12 +72,12 @@ class Sharer {
   const std::shared_ptr<tarnwick::TxImageUDP> sender_;
   Pace pace_;
 
-  PixelRect screenBounds_, bounds_;  // as it is, and as it is shared
+  PixelRect screenBounds_, bounds_;  // of the screen, and of its shared picture
   std::optional<ChangeMap> changes_;
-  std::shared_ptr<tarnwick::NSImage> scaledScreen_;  // null when shared as it is
+  std::shared_ptr<tarnwick::NSImage> scaledScreen_;  // null if the screen is not scaled
   Clock::time_point nextRefresh_;
-  int previews_ = 0;          // to be sent from now on
-  bool isWholeSent_ = false;  // of this size
+  int previews_ = 0;          // still to be sent
+  bool isWholeSent_ = false;  // or skipped, for this size
   std::weak_ptr<tarnwick::NSImage> lastSent_;
   Totals totals_;
 };

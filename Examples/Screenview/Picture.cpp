@@ -11,13 +11,13 @@ namespace {
 
 using tarnwick::CGFloat, tarnwick::CGRect, tarnwick::CGSize, tarnwick::NSImage;
 
-constexpr CGFloat longestSide = 16384, mostPixels = 1 << 26;  // of the picture
-constexpr CGFloat longestBounds = 1 << 20;                    // no screen has such a side
-constexpr std::size_t mostChanges = 64;                       // beyond, they are taken together
+constexpr CGFloat longestSide = 16384, mostPixels = 1 << 26;  // limits of the picture
+constexpr CGFloat longestBounds = 1 << 20;                    // limit of a screen's sides
+constexpr std::size_t mostChanges = 64;                       // more are merged into one
 
-/// Whether the image is a preview, which has fewer pixels than its bounds at the screen's top left
-/// say. A sharer sends one first, so that the viewer knows at once how large the screen is, and may
-/// have become smaller.
+/// Whether the image is a preview: its bounds begin at 0, 0, and it is less wide or high than they
+/// are. A sharer sends one first. It tells the viewer the size of the screen, which may have become
+/// smaller.
 bool isPreview(const CGSize& pixels, const std::optional<CGRect>& bounds) {
   if (!bounds || bounds->origin != tarnwick::CGPoint{0, 0}) return false;
   return pixels.width < bounds->size.width || pixels.height < bounds->size.height;
@@ -28,22 +28,22 @@ bool areSensible(const CGRect& bounds) {
          bounds.size.height <= longestBounds;
 }
 
-/// A picture's size, without what is beyond the limits at its right and its bottom.
+/// Returns the size of a picture after it is cropped to the limits at the right and at the bottom.
 CGSize limited(const CGSize& size) {
   const CGFloat width = std::min(size.width, longestSide);
   return {width, std::min({size.height, longestSide, std::floor(mostPixels / width)})};
 }
 
-/// The size of a picture that was this large when a rectangle is drawn into it.
+/// Returns the size that a picture of `size` needs in order to hold `bounds`, within the limits.
 CGSize grown(const CGSize& size, const CGRect& bounds) {
   const CGSize larger =
       limited({std::max({size.width, bounds.origin.x + bounds.size.width, CGFloat{1}}),
                std::max({size.height, bounds.origin.y + bounds.size.height, CGFloat{1}})});
-  // A growing width must not cost height that is in use.
+  // At the pixel limit a larger width reduces the height. In that case the old size stays.
   return larger.height < size.height ? size : larger;
 }
 
-/// What a picture of this size shows of a rectangle; none when it lies outside.
+/// Returns the part of a rectangle that is inside a picture of `size`, or nothing if it is outside.
 std::optional<Area> visiblePart(const CGRect& bounds, const CGSize& size) {
   const CGFloat left = std::max(bounds.origin.x, CGFloat{0});
   const CGFloat top = std::max(bounds.origin.y, CGFloat{0});
@@ -64,16 +64,16 @@ std::shared_ptr<NSImage> blackImage(const CGSize& size) {
   tarnwick::Bitmap bitmap{
       static_cast<std::int64_t>(size.width), static_cast<std::int64_t>(size.height), {}};
   bitmap.pixels.resize(static_cast<std::size_t>(bitmap.height) * bitmap.rowBytes());
-  constexpr std::size_t alpha = 3;  // its place in a pixel
+  constexpr std::size_t alpha = 3;  // its byte in a pixel
   for (std::size_t i = alpha; i < bitmap.pixels.size(); i += tarnwick::Bitmap::bytesPerPixel) {
     bitmap.pixels[i] = 0xFF;
   }
   return NSImage::fromBitmap(std::move(bitmap));
 }
 
-/// Draws all of `source` over `bounds`, in pixels of `target` from its top left, scaled if need be.
+/// Draws all of `source` over `bounds`, in pixels of `target` from its top left. Scales if needed.
 void drawOver(NSImage& target, const NSImage& source, const CGRect& bounds) {
-  // Drawing counts from the bottom left.
+  // draw() measures from the bottom left.
   const CGFloat y = target.size().height - bounds.origin.y - bounds.size.height;
   target.draw(source, {{0, 0}, source.size()}, {{bounds.origin.x, y}, bounds.size});
 }
@@ -90,9 +90,9 @@ void Picture::imageReceived(std::shared_ptr<NSImage> image,
   const CGSize size = isWhole ? limited(place.size) : grown(oldSize, place);
   const std::optional<Area> visible = visiblePart(place, size);
   if (!visible) return;
-  if (isSmall && before && before->size() == size) return;  // what is there is better
+  if (isSmall && before && before->size() == size) return;  // the old picture is better
 
-  // What takes long comes before the lock: scaling, and making another canvas.
+  // Scaling and creating a canvas take long, so both precede the lock.
   if (image->size() != place.size) {
     const CGRect part{{CGFloat(visible->x), CGFloat(visible->y)},
                       {CGFloat(visible->width), CGFloat(visible->height)}};
@@ -124,7 +124,7 @@ void Picture::imageReceived(std::shared_ptr<NSImage> image,
   status_.last = Clock::now();
   if (status_.count++ == 0) status_.first = status_.last;
 } catch (const std::bad_alloc&) {
-  // There is no room for this image; there may be for the next one.
+  // This image is lost. Memory may suffice for the next one.
 }
 
 Picture::Status Picture::status() const {
@@ -155,7 +155,7 @@ std::shared_ptr<NSImage> Picture::canvas() const {
   return canvas_;
 }
 
-/// Expects the lock to be held.
+/// The caller must hold the lock.
 void Picture::noteChange(const Area& area) {
   if (changes_.empty() && wake_) wake_();
   const bool isAll = area.width == status_.width && area.height == status_.height;

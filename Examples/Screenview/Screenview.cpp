@@ -1,4 +1,4 @@
-// Shows what another machine sends of its screen: screenview [--port 5000] [--fullscreen]
+// Shows the screen of another machine: screenview [--port 5000] [--fullscreen]
 // Or saves it: screenview --save FILE.png [--after SECONDS]
 #include <poll.h>
 #include <unistd.h>
@@ -31,7 +31,7 @@ constexpr double longestWait = 86400;  // seconds
 struct Options {
   std::uint16_t port = 5000;
   bool isFullScreen = false;
-  std::optional<std::string> file;  // none: show a window
+  std::optional<std::string> file;  // absent: show a window
   double after = 2;                 // seconds
 };
 
@@ -44,15 +44,15 @@ std::shared_ptr<tarnwick::RxImageUDP> makeReceiver(std::uint16_t port,
 }
 
 int showWindow(const Options& options) {
-  // What the user does is looked for this often.
+  // The interval at which the user's input is polled.
   constexpr int patience = 4;  // milliseconds
 
   const auto picture = std::make_shared<Picture>();
   const auto receiver = makeReceiver(options.port, picture);
   Window window(picture, options.port, options.isFullScreen);
   receiver->beginOperation();
-  // SDL waits for no descriptor, so its events are polled. A loop that waits for descriptors adds
-  // the queue's to them and needs no patience; program::drainMainQueueUntil() does.
+  // SDL cannot wait for a descriptor, so its events are polled. An event loop that waits for
+  // descriptors adds the queue's descriptor and needs no timeout.
   tarnwick::DispatchQueue& queue = tarnwick::DispatchQueue::main();
   pollfd blocks{.fd = queue.fileDescriptor(), .events = POLLIN, .revents = 0};
   while (window.handleEvents()) {
@@ -67,21 +67,21 @@ int showWindow(const Options& options) {
   throw program::Trouble(file + " cannot be written: " + std::generic_category().message(error));
 }
 
-/// Where a picture goes: `file`, or what it links to.
+/// Returns the path to write to: `file` or, if it is a symbolic link, its target.
 fs::path targetOf(const std::string& file) {
   std::error_code isMissing;
   const fs::path target = fs::canonical(file, isMissing);
   return isMissing ? fs::absolute(file) : target;
 }
 
-/// Says early what would go wrong late. Changes nothing: a file that is there stays as it is until
-/// there is a picture.
+/// Throws at the start if `file` cannot be written. Changes nothing: an existing file stays
+/// unchanged until there is a picture.
 void checkWritable(const std::string& file) try {
   const fs::path target = targetOf(file);
   if (fs::is_directory(target)) throwFileTrouble(file, EISDIR);
   const bool isThere = fs::exists(target);
   if (isThere && access(target.c_str(), W_OK) != 0) throwFileTrouble(file, errno);
-  if (isThere && !fs::is_regular_file(target)) return;  // a pipe, say, which is not replaced
+  if (isThere && !fs::is_regular_file(target)) return;  // a pipe, for example, is not replaced
   const program::NewFile probe(target.parent_path());
 } catch (const std::system_error& error) {
   throwFileTrouble(file, error.code().value());

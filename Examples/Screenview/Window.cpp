@@ -14,15 +14,15 @@ namespace screenview {
 namespace {
 
 constexpr int firstWidth = 960, firstHeight = 540;  // of the window before there is a picture
-constexpr int leastWidth = 160, leastHeight = 90;   // of the window, whatever the picture
+constexpr int leastWidth = 160, leastHeight = 90;   // minimum size of the window
 
 [[noreturn]] void throwDisplayTrouble() {
   throw program::Trouble(std::string("no window can be opened (") + SDL_GetError() +
                          "): run this in a desktop session, or use --save, which needs none");
 }
 
-/// Where the window is before there is a picture: in the middle of the display. Or all over it:
-/// full screen alone, without a window manager to ask for it, leaves the window as it is.
+/// Returns the window's bounds before the first picture: centred or, for full screen, the whole
+/// display. Without a window manager, SDL's full-screen mode does not resize the window.
 SDL_Rect firstBounds(bool isFullScreen) {
   SDL_Rect bounds{SDL_WINDOWPOS_CENTERED, SDL_WINDOWPOS_CENTERED, firstWidth, firstHeight};
   if (isFullScreen) SDL_GetDisplayBounds(0, &bounds);
@@ -43,7 +43,7 @@ std::string rounded(double number, int decimals) {
 
 SDLVideo::SDLVideo() {
   if (SDL_Init(SDL_INIT_VIDEO) != 0) throwDisplayTrouble();
-  // Where there is no display SDL settles for memory, which nobody would see.
+  // Without a display, SDL falls back to a driver that draws to invisible memory.
   if (std::getenv("SDL_VIDEODRIVER") != nullptr) return;
   if (std::string_view(SDL_GetCurrentVideoDriver()) != "offscreen") return;
   SDL_Quit();
@@ -65,8 +65,8 @@ Window::Window(std::shared_ptr<Picture> picture, std::uint16_t port, bool isFull
   if (!renderer_) throwDisplayTrouble();
   SDL_ShowCursor(isFullScreen ? SDL_DISABLE : SDL_ENABLE);
   updateTitle();
-  // An empty block ends the wait for the main queue. SDL is left to the window's thread: when the
-  // display goes away, whoever calls SDL runs the process's exit handlers.
+  // An empty block ends the wait for the main queue. Only the window's thread calls SDL: when the
+  // display disappears, the thread that calls SDL runs the process's exit handlers.
   picture_->onChange([] { tarnwick::DispatchQueue::main().async([] {}); });
 }
 
@@ -91,7 +91,7 @@ void Window::show() {
   SDL_RenderPresent(renderer_.get());
 }
 
-/// Returns whether the window is to stay.
+/// Returns whether the window stays open.
 bool Window::handle(const SDL_Event& event) {
   if (event.type == SDL_QUIT) return false;  // the window was closed, or Ctrl-C, or SIGTERM
   if (event.type == SDL_WINDOWEVENT) mustPresent_ = true;
@@ -125,12 +125,12 @@ void Window::upload(const tarnwick::Bitmap& bitmap, const std::vector<Area>& cha
   }
 }
 
-/// Nothing is shown of a picture that the display cannot take; the title says so.
+/// A picture that is too large for the display is not shown; the title says so.
 void Window::makeTexture(int width, int height) {
   takeSize(width, height);
   width_ = width;
   height_ = height;
-  texture_.reset();  // before another one needs the room
+  texture_.reset();  // frees its memory for the next one
   texture_.reset(SDL_CreateTexture(renderer_.get(), SDL_PIXELFORMAT_BGRA32,
                                    SDL_TEXTUREACCESS_STREAMING, width, height));
   if (!texture_) return;
@@ -138,8 +138,8 @@ void Window::makeTexture(int width, int height) {
   SDL_RenderSetLogicalSize(renderer_.get(), width, height);
 }
 
-/// Makes the window as large as the picture or, where the display has no room for that, as large
-/// as it can be with the picture's proportions. A window that the user gave a size keeps it.
+/// Makes the window as large as the picture or, on a smaller display, as large as possible with the
+/// picture's proportions. A window that the user resized is not changed.
 void Window::takeSize(int width, int height) {
   int currentWidth = 0, currentHeight = 0;
   SDL_GetWindowSize(window_.get(), &currentWidth, &currentHeight);

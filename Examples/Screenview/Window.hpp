@@ -11,10 +11,10 @@
 
 namespace screenview {
 
-/// From its construction to its end SDL is in use.
+/// Starts SDL's video subsystem and quits SDL when it is destroyed.
 class SDLVideo {
  public:
-  /// Throws program::Trouble when there is no display.
+  /// Throws program::Trouble if there is no display.
   SDLVideo();
   ~SDLVideo() { SDL_Quit(); }
   SDLVideo(const SDLVideo&) = delete;
@@ -26,21 +26,21 @@ struct Destroyer {
   void operator()(auto* object) const { destroy(object); }
 };
 
-/// A window that shows a picture, scaled to the window with its proportions kept. Used by the main
-/// thread only. While it is open, each change of the picture puts a block on the main queue.
+/// A window that shows a picture, scaled to the window without changing its proportions. For the
+/// main thread only. While it is open, changes of the picture put blocks on the main queue.
 class Window {
  public:
-  /// Opens the window, dark until the first image comes; its title tells of `port`. Throws
-  /// program::Trouble when there is no display.
+  /// Opens the window, which is dark until the first image arrives. Until then its title shows
+  /// `port`. Throws program::Trouble if there is no display.
   Window(std::shared_ptr<Picture> picture, std::uint16_t port, bool isFullScreen);
   ~Window();
   Window(const Window&) = delete;
   Window& operator=(const Window&) = delete;
 
-  /// Acts on what the user did. Returns whether the window is to stay.
+  /// Handles the user's input. Returns whether the window stays open.
   [[nodiscard]] bool handleEvents();
 
-  /// Shows the picture as it stands, if that differs from what is shown.
+  /// Draws the current picture if it or the window has changed.
   void show();
 
  private:
@@ -58,13 +58,13 @@ class Window {
   std::unique_ptr<SDL_Window, Destroyer<SDL_DestroyWindow>> window_;
   std::unique_ptr<SDL_Renderer, Destroyer<SDL_DestroyRenderer>> renderer_;
   std::unique_ptr<SDL_Texture, Destroyer<SDL_DestroyTexture>> texture_;  // null: nothing to show
-  int width_ = 0, height_ = 0;            // of the picture that the texture is for
-  int givenWidth_ = 0, givenHeight_ = 0;  // the window's size, unless the user gave it another
+  int width_ = 0, height_ = 0;                                           // of the texture's picture
+  int givenWidth_ = 0, givenHeight_ = 0;  // the window's size unless the user resized it
   bool mustPresent_ = true;
 
   std::string title_;
-  Clock::time_point titleTime_;   // when it was last thought about
-  std::uint64_t titleCount_ = 0;  // the images that had come by then
+  Clock::time_point titleTime_;   // of the last update
+  std::uint64_t titleCount_ = 0;  // the images received by then
 };
 
 }  // namespace screenview
