@@ -1,4 +1,4 @@
-// Objects collected, merged and taken out, beside the two copies that this takes.
+// Measures collecting, merging and returning an object against the two copies that this requires.
 #include <Tarnwick/Tarnwick.hpp>
 #include <cstring>
 
@@ -17,7 +17,7 @@ void addBuffers() {
     const auto ours = [size, chunks](benchmark::State& state) {
       for (auto _ : state) {
         state.PauseTiming();
-        std::vector<Data> arriving;  // as an endpoint hands them over
+        std::vector<Data> arriving;  // in recycled buffers, as an endpoint delivers them
         arriving.reserve(chunks.size());
         for (const Data& chunk : chunks) arriving.push_back(DataStore::shared().copy(chunk));
         state.ResumeTiming();

@@ -1,4 +1,4 @@
-// What a datagram is told to be, beside one look at each of its bytes.
+// Measures the classification of a datagram against one pass over its bytes.
 #include <Tarnwick/Tarnwick.hpp>
 #include <cstring>
 

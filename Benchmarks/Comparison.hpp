@@ -13,22 +13,22 @@ using Measure = std::function<double(benchmark::State&)>;
 enum class Clock { wall, own };
 enum class Unit { nanoseconds, count, bytes };
 
-/// What a row is to reach: so many times its reference, or, where it is not 0, a time by itself.
+/// A row's goal: at most `times` its reference or, if `nanoseconds` is not 0, at most that time.
 struct Goal {
   double times = 0, nanoseconds = 0;
 };
 
-/// A row of the table: what it measures, what we take for it and what the least thing takes that
-/// has to be done for it, measured in turns in the same run, and what it is to reach. The time is
-/// the wall's, or what the bodies say themselves; of all turns the least counts.
+/// Adds a row to the table: what it measures, its goal, our code, and as the reference the minimum
+/// work for the same result. The time is wall time or, with Clock::own, what the bodies report. The
+/// fastest repetition counts. Scripts/benchmark interleaves the repetitions of both bodies.
 void compare(const std::string& what, const Goal& goal, const Body& ours, const Body& reference,
              Clock clock = Clock::wall);
 
-/// Likewise a row of other figures, each of which one call measures; the mean of all turns counts.
+/// Adds a row of figures that the two measures return. Each measure is called once.
 void compareFigures(const std::string& what, Unit unit, const Goal& goal, const Measure& ours,
                     const Measure& reference);
 
-// The rows, one function a file.
+// Each function adds the rows of one file.
 void addReceiving();
 void addBuffers();
 void addClassification();
@@ -36,7 +36,7 @@ void addImages();
 void addPassing();
 void addStreaming();
 
-/// The bytes that this process holds after so many pictures; for a process of its own.
+/// Returns the resident bytes of this process after this many pictures. Call it in a new process.
 double memoryAfter(int pictures);
 
 }  // namespace tarnwick::benchmarks

@@ -4,7 +4,7 @@
 
 namespace tarnwick::benchmarks {
 
-/// A desktop of a kind: even areas, windows with lines as of text, and a picture.
+/// Draws an artificial desktop: flat areas, lines that resemble text, and pictures.
 inline Bitmap desktop(std::int64_t width, std::int64_t height) {
   Bitmap bitmap{width, height, Data(static_cast<std::size_t>(width * height * 4), 0xFF)};
   std::uint32_t noise = 1;

@@ -1,5 +1,5 @@
-// Pictures encoded, decoded, cut and scaled, beside the libraries called directly, on one core, and
-// a plain copy.
+// Measures encoding, decoding and scaling against direct calls of libjpeg-turbo and zimg on one
+// core, and cropping against a plain copy.
 #include <Tarnwick/Tarnwick.hpp>
 #include <array>
 #include <cmath>
@@ -7,7 +7,7 @@
 #include <cstdlib>
 #include <cstring>
 
-// After <cstdio>, which it needs and does not include.
+// <jpeglib.h> needs <cstdio> and does not include it.
 #include <jpeglib.h>
 
 #include <zimg.h>
@@ -24,7 +24,7 @@ namespace {
 
 int qualityOf(float factor) { return static_cast<int>(std::lround(factor * 100)); }
 
-/// What the library does for one file, with restart markers as our files have them, or none.
+/// Encodes with libjpeg-turbo alone, with the restart markers of our own files or without any.
 Data encodeDirectly(const Bitmap& bitmap, float factor, bool hasMarkers = true) {
   jpeg_compress_struct info;
   jpeg_error_mgr errors;
@@ -88,7 +88,7 @@ void addCodec(std::int64_t width, std::int64_t height) {
         [bitmap, factor](benchmark::State& state) {
           for (auto _ : state) {
             state.PauseTiming();
-            const auto image = NSImage::fromBitmap(bitmap);  // which has kept no file yet
+            const auto image = NSImage::fromBitmap(bitmap);  // holds no JPEG file yet
             state.ResumeTiming();
             benchmark::DoNotOptimize(image->jpegRepresentation(factor));
           }
@@ -142,7 +142,7 @@ void addCrop() {
       });
 }
 
-/// Three planes of bytes that zimg reads or writes whole.
+/// Three planes of bytes, each of which zimg reads or writes as a whole.
 struct Planes {
   Planes(unsigned width, unsigned height) {
     zimg_image_format_default(&format, ZIMG_API_VERSION);

@@ -1,5 +1,5 @@
-// Measures what the library costs beside the least that its work could cost, and prints a table;
-// with --json=FILE it is written to a file, too.
+// Compares the library's costs with the minimum cost of the same work and prints a table. If the
+// last argument is --json=FILE, also writes the table to a file.
 #include <algorithm>
 #include <array>
 #include <cmath>
@@ -24,7 +24,7 @@ struct Row {
   Unit unit;
   Goal goal;
   double (*summary)(const std::vector<double>&);
-  std::vector<double> ours, reference;  // a figure a turn; times in nanoseconds
+  std::vector<double> ours, reference;  // one figure per repetition; times in nanoseconds
 };
 
 std::vector<Row>& rows() {
@@ -34,7 +34,7 @@ std::vector<Row>& rows() {
 
 const std::string oursMark = "/ours", referenceMark = "/reference", figureName = "figure";
 
-/// Takes the figures out of the runs.
+/// Collects the figures of the runs.
 class Collector final : public benchmark::BenchmarkReporter {
  public:
   bool ReportContext(const Context&) override { return true; }
@@ -52,7 +52,7 @@ class Collector final : public benchmark::BenchmarkReporter {
   }
 
  private:
-  /// Why a run has no figure, which release 1.8 renamed; empty when it has one.
+  /// Returns why a run failed; empty if it did not. Google Benchmark 1.8 renamed these members.
   template <typename AnyRun>
   static std::string troubleOf(const AnyRun& run) {
     if constexpr (requires { run.error_occurred; }) {
@@ -84,7 +84,7 @@ double mean(const std::vector<double>& figures) {
   return std::accumulate(figures.begin(), figures.end(), 0.0) / static_cast<double>(figures.size());
 }
 
-/// Each row that was measured, with its two figures.
+/// Calls `visit` with each measured row and its two figures.
 template <typename Visitor>
 void forEachMeasured(const Visitor& visit) {
   for (const Row& row : rows()) {
@@ -94,7 +94,7 @@ void forEachMeasured(const Visitor& visit) {
   }
 }
 
-/// A reference of nothing is met by nothing only.
+/// Returns 0 if `ours` is 0, even if the reference is 0, too.
 double ratio(double ours, double reference) { return ours == 0 ? 0 : ours / reference; }
 
 double goalBeside(double reference, const Goal& goal) {
@@ -123,7 +123,7 @@ void print() {
   });
 }
 
-/// As JSON has it, which knows no infinity.
+/// Formats a number as JSON. JSON has no infinity, so numbers that are not finite become null.
 std::string number(double figure) {
   std::ostringstream text;
   text << figure;
@@ -181,7 +181,7 @@ int main(int argc, char** argv) {
     json = argv[--argc] + option.size();
   }
   benchmark::Initialize(&argc, argv);
-  if (std::freopen("/dev/null", "w", stdout) == nullptr) return 2;  // the framework's log
+  if (std::freopen("/dev/null", "w", stdout) == nullptr) return 2;  // drops the framework's log
   addReceiving();
   addBuffers();
   addClassification();

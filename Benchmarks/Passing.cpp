@@ -1,4 +1,4 @@
-// How soon an endpoint answers, and how often the send thread comes round.
+// Measures how soon an endpoint replies, and how many passes the send thread makes.
 #include <Tarnwick/Tarnwick.hpp>
 
 #include <atomic>
@@ -27,7 +27,7 @@ void askReceiver(benchmark::State& state) {
   receiver->endOperation();
 }
 
-/// A loop that does nothing but to receive without pause and to answer.
+/// The reference: a loop that only receives, without pause, and replies.
 void askEcho(benchmark::State& state) {
   Listener listener;
   listener.setNonBlocking();
@@ -44,9 +44,9 @@ void askEcho(benchmark::State& state) {
   echo.join();
 }
 
-/// From the first to the last datagram of a queue that held them all.
+/// Measures the time from the first to the last datagram of messages that were queued together.
 void pass(benchmark::State& state) {
-  constexpr int count = 90;  // as many as the queue takes
+  constexpr int count = 90;  // within the queue's limit of 100
   Listener listener;
   Data buffer(1);
   const auto client = UDPClient::create("client", "127.0.0.1", listener.port());

@@ -1,4 +1,4 @@
-// What a datagram costs the receive thread, beside a bare loop that receives the same datagrams.
+// Measures the receive thread's CPU time and losses against a bare receiving loop, and page faults.
 #include <sys/resource.h>
 #include <Tarnwick/Tarnwick.hpp>
 
@@ -16,8 +16,8 @@
 namespace tarnwick::benchmarks {
 namespace {
 
-constexpr std::size_t objectDatagrams = 24;  // that make one object
-constexpr std::size_t batch = 240;           // datagrams that wait when the measured time begins
+constexpr std::size_t objectDatagrams = 24;  // chunks of one object
+constexpr std::size_t batch = 240;           // chunks that wait when the measurement starts
 
 double threadSeconds() {
   timespec time{};
@@ -25,7 +25,7 @@ double threadSeconds() {
   return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_nsec) * 1e-9;
 }
 
-/// Makes room for a whole batch; whether the process may.
+/// Enlarges the receive buffer to hold a whole batch. Returns false without the privilege for it.
 bool enlarge(int socket, benchmark::State& state) {
   const int size = 64 << 20;
   const int refused = setsockopt(socket, SOL_SOCKET, SO_RCVBUFFORCE, &size, sizeof size);
@@ -33,7 +33,7 @@ bool enlarge(int socket, benchmark::State& state) {
   return refused == 0;
 }
 
-/// Objects of `size` bytes a datagram, each announced.
+/// Sends a batch of chunks of `size` bytes. Announces each object before its chunks.
 void sayBatch(const Talker& talker, std::size_t size) {
   const Data piece(size, 0xFF);
   for (std::size_t i = 0; i < batch; ++i) {
@@ -44,8 +44,8 @@ void sayBatch(const Talker& talker, std::size_t size) {
   }
 }
 
-/// Lets a batch gather while it holds the receive thread at its start, and says how long that
-/// thread then worked until the stop behind the batch.
+/// Blocks the receive thread in videoStarted() while a batch gathers. Then measures the CPU time of
+/// that thread until videoStopped(), which follows the batch.
 class Stopwatch final : public RxVideoUDPDelegate {
  public:
   std::binary_semaphore held{0}, released{0}, done{0};
@@ -71,7 +71,7 @@ void receive(benchmark::State& state, std::size_t size) {
   const std::uint16_t port = freePort();
   const auto receiver = RxVideoUDP::create("receiver", port, 65500, stopwatch);
   int socket = 3;
-  while (portOf(socket) != port) ++socket;  // it shows its socket to nobody
+  while (portOf(socket) != port) ++socket;  // the receiver has no accessor for its socket
   if (!enlarge(socket, state)) return;
   receiver->beginOperation();
   std::jthread mainThread([] { DispatchQueue::main().run(); });
@@ -104,7 +104,7 @@ void receiveBare(benchmark::State& state, std::size_t size) {
   }
 }
 
-/// A datagram a millisecond, and no two closer, for three seconds.
+/// Sends 3,000 chunks and sleeps for a millisecond after each.
 void sayAtPace(const Talker& talker) {
   const std::string size = std::to_string(objectDatagrams * 65500);
   const Data piece(65500, 0xFF);
@@ -115,7 +115,7 @@ void sayAtPace(const Talker& talker) {
   }
 }
 
-/// Keeps every processor busy for as long as it lives.
+/// Keeps every processor busy as long as it exists.
 class Neighbours {
  public:
   Neighbours() {
@@ -134,7 +134,7 @@ class Hearer final : public RxAudioUDPDelegate {
   void audioReceived(std::int64_t, Data) override {}
 };
 
-/// Runs `traffic` at an audio receiver whose objects are handed on.
+/// Runs `traffic` against an audio receiver that delivers its recordings to a delegate.
 void withAudioReceiver(const std::function<void(std::uint16_t port)>& traffic) {
   const std::uint16_t port = freePort();
   const auto receiver = RxAudioUDP::create("receiver", port, 65500, std::make_shared<Hearer>());
@@ -167,7 +167,7 @@ double loseBare(benchmark::State&) {
   return static_cast<double>(test::droppedAt(listener.port()));
 }
 
-/// Of the whole process, an application's copies of the objects included.
+/// Returns the page faults of the whole process per chunk, delivery of the objects included.
 double fault(benchmark::State&) {
   const auto faults = [] {
     rusage usage{};
@@ -176,7 +176,7 @@ double fault(benchmark::State&) {
   };
   double each = 0;
   withAudioReceiver([&](std::uint16_t port) {
-    sayAtPace(Talker(port));  // once before it is measured
+    sayAtPace(Talker(port));  // a warm-up, which is not measured
     const double before = faults();
     sayAtPace(Talker(port));
     each = (faults() - before) / 3000;

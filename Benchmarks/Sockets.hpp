@@ -27,7 +27,7 @@ inline std::uint16_t portOf(int socket) {
   return address.sin_family == AF_INET ? ntohs(address.sin_port) : 0;
 }
 
-/// The bare end that receives: a socket on a port that the kernel hands out.
+/// A plain receiving socket on a port that the kernel chooses.
 class Listener {
  public:
   Listener() : socket_(::socket(AF_INET, SOCK_DGRAM, 0)) {
@@ -44,13 +44,13 @@ class Listener {
   [[nodiscard]] std::uint16_t port() const { return portOf(socket_); }
   void setNonBlocking() const { fcntl(socket_, F_SETFL, O_NONBLOCK); }
 
-  /// The length of the next datagram, or -1.
+  /// Receives the next datagram. Returns its length, or -1 if there is none.
   ssize_t receive(Data& buffer) {
     length_ = sizeof sender_;
     return recvfrom(socket_, buffer.data(), buffer.size(), 0, reinterpret_cast<sockaddr*>(&sender_),
                     &length_);
   }
-  /// To the sender of the last one.
+  /// Sends a reply to the sender of the last datagram.
   void answer(const Data& data) const {
     sendto(socket_, data.data(), data.size(), 0, reinterpret_cast<const sockaddr*>(&sender_),
            length_);
@@ -64,7 +64,7 @@ class Listener {
 
 inline std::uint16_t freePort() { return Listener().port(); }
 
-/// The bare end that sends: a socket that says datagrams to a port of this machine.
+/// A plain socket that sends datagrams to a port of this machine.
 class Talker {
  public:
   explicit Talker(std::uint16_t port) : socket_(::socket(AF_INET, SOCK_DGRAM, 0)), port_(port) {}
@@ -78,7 +78,7 @@ class Talker {
            sizeof address);
   }
 
-  /// Looks for an answer without pause until one comes.
+  /// Polls without pause until a reply arrives.
   void awaitAnswer() const {
     std::uint8_t byte = 0;
     while (recv(socket_, &byte, sizeof byte, MSG_DONTWAIT) == -1) continue;

@@ -1,4 +1,4 @@
-// A sender and a receiver together: how long a picture takes, what it costs, what stays behind.
+// Measures a sender and a receiver together: latency, CPU time and memory use of their pictures.
 #include <Tarnwick/Tarnwick.hpp>
 #include <algorithm>
 #include <array>
@@ -23,25 +23,25 @@ namespace tarnwick::benchmarks {
 namespace {
 
 using Moment = std::chrono::steady_clock;
-constexpr float factor = 0.5F;  // with which the region fits a datagram
+constexpr float factor = 0.5F;  // with this factor, the region's file fits one datagram
 constexpr std::int64_t chunkSize = 65500;
 
 double since(Moment::time_point start) {
   return std::chrono::duration<double, std::nano>(Moment::now() - start).count();
 }
 
-/// A moving picture, as its sender meets it: never the same object twice.
+/// Creates a new image, as a stream does for each frame. A reused one would hold its JPEG file.
 std::shared_ptr<NSImage> picture(const Bitmap& bitmap) { return NSImage::fromBitmap(bitmap); }
 
-/// The rectangle that stands for a picture's number.
+/// Encodes a picture's number as a rectangle.
 CGRect place(std::uint64_t number) { return {{static_cast<CGFloat>(number), 0}, {1, 1}}; }
 
-/// Takes what arrives, and lets somebody wait for a picture of one width.
+/// Notes the number of the newest picture of one width, for which another thread can wait.
 class Viewer final : public RxImageUDPDelegate {
  public:
   explicit Viewer(std::int64_t width) : width_(static_cast<CGFloat>(width)) {}
 
-  /// Until the picture of this number, or a later one, has come, or none for half a second.
+  /// Waits for this picture or a later one. Gives up after half a second without a picture.
   void await(std::uint64_t number) {
     constexpr std::chrono::milliseconds patience(500);
     while (newest_ < place(number).origin.x && arrived_.wait(patience)) continue;
@@ -59,21 +59,21 @@ class Viewer final : public RxImageUDPDelegate {
   DispatchSemaphore arrived_;
 };
 
-/// What a stream carries: a picture, which may need a second one behind it to leave.
+/// What a stream sends: a picture and, if its file exceeds one datagram, one that is sent after it.
 struct Content {
   const char* name;
   Bitmap bitmap, behind;
 };
 
-/// The pace of the pictures: a 30th of a second from one to the next, or a rest after each.
+/// The pace of the pictures: the minimum time from the start of one to the start of the next.
 struct Pace {
   const char* name;
   std::chrono::milliseconds interval;
 };
 
-using Sample = std::function<double()>;  // how long one took, in nanoseconds; half a second: lost
+using Sample = std::function<double()>;  // in nanoseconds; half a second means a loss
 
-/// Of samples taken at a pace, the one that so many in a hundred do not exceed.
+/// Takes samples at a pace and returns a percentile of them.
 double percentile(int percent, const Pace& pace, const Sample& sample) {
   constexpr int count = 50;
   std::vector<double> times;
@@ -88,7 +88,7 @@ double percentile(int percent, const Pace& pace, const Sample& sample) {
   return *nth;
 }
 
-/// A sender and a receiver that run, and the main queue with them.
+/// A running sender and receiver, and a thread that drains the main queue.
 class Stream {
  public:
   explicit Stream(std::int64_t width) : viewer(std::make_shared<Viewer>(width)) {
@@ -130,7 +130,7 @@ double sendAndReceive(const Content& content, const Pace& pace, int percent) {
   });
 }
 
-/// Encoding, the passes that the messages need, and decoding, each alone.
+/// The reference: the sum of the times for encoding, sending and decoding, each measured alone.
 double stepsAlone(const Content& content, const Pace& pace, int percent) {
   const double encoding = percentile(percent, pace, [&] {
     const auto image = picture(content.bitmap);
@@ -194,7 +194,7 @@ double processorTime(clockid_t clock) {
   return static_cast<double>(time.tv_sec) * 1e9 + static_cast<double>(time.tv_nsec);
 }
 
-/// Of all threads but this one.
+/// Returns the CPU time of all threads but the calling one.
 double othersTime() {
   return processorTime(CLOCK_PROCESS_CPUTIME_ID) - processorTime(CLOCK_THREAD_CPUTIME_ID);
 }
@@ -203,7 +203,7 @@ constexpr int pictureCount = 60;
 
 double sendAlone(benchmark::State&) {
   const Bitmap bitmap = desktop(1920, 1080);
-  const Listener listener;  // whose kernel drops what it has no room for
+  const Listener listener;  // never reads: the kernel drops what exceeds its buffer
   const auto sender = TxImageUDP::create("sender", "127.0.0.1", listener.port(), chunkSize);
   sender->beginOperation();
   const double before = othersTime();
@@ -231,7 +231,7 @@ double encodeAlone(benchmark::State&) {
   return time / pictureCount;
 }
 
-/// What a new process that ran this program says last, which is not its log.
+/// Runs this program in a new process. Returns the number on the last line of its output.
 double memoryOfProcessAfter(int count) {
   const std::string self = std::filesystem::read_symlink("/proc/self/exe").string();
   const std::string command = "'" + self + "' --memory-after " + std::to_string(count);

@@ -1,5 +1,5 @@
-// A script of calls reaches each buffer: a size, and then an action a byte. What comes out is what
-// a string of the announced size says.
+// Plays a script of calls on each frame buffer: a size, then one action per byte. The result must
+// equal that of a string of the announced size.
 #include <Tarnwick/Tarnwick.hpp>
 #include <span>
 
@@ -12,7 +12,7 @@ void play(auto frame, std::int64_t size, std::span<const std::uint8_t> actions) 
   bool isFull = false, isCorrupt = false;
   for (std::size_t offset = 0; const std::uint8_t action : actions) {
     if (action == merge) {
-      if (size < 0) return;  // which stops the process, by design
+      if (size < 0) return;  // merging stops the process, by design
       frame.mergeChunks();
       merged = std::exchange(collected, {});
       merged->resize(static_cast<std::size_t>(size));

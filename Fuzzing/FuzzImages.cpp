@@ -1,5 +1,5 @@
-// Any bytes are an image or none, whether read at once or in strips; an image is whole, and can be
-// sent on.
+// Decodes any bytes. Decoding at once and in strips must give the same result. An image must have
+// all of its pixels, and it must be possible to encode it.
 #include <Tarnwick/Platform/ImageCodec.hpp>
 #include <Tarnwick/Tarnwick.hpp>
 

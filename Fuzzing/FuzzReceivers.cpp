@@ -1,6 +1,6 @@
-// A script of datagrams, with an empty line between them, reaches each receiver: only what is
-// documented to stop it does, and its delegate gets what the stream amounts to, and nothing else.
-// No seed may end in a newline that an editor adds: it would be part of the last datagram.
+// Plays a script of datagrams, separated by empty lines, on each receiver. Only a documented cause
+// may stop the process, and the delegate must receive exactly the objects of a simple model.
+// Seeds must not end in a newline that an editor adds: it would be part of the last datagram.
 #include "Tests/Stream.hpp"
 
 using namespace tarnwick;
@@ -31,14 +31,14 @@ void play(std::string_view script) {
     hear(*receiver, datagram);
     if (end == std::string_view::npos) break;
   }
-  // An object of ours comes last, and leaves none in progress for the next script.
+  // A complete object at the end leaves no object in progress for the next script.
   for (const Data& datagram :
        {bytes(announcement<Receiver>(-7, smallFile().size())), smallFile()}) {
     if (auto object = model.hear(datagram)) expected.push_back(std::move(*object));
     hear(*receiver, datagram);
   }
   DispatchQueue::main().drain();
-  // The starts and stops of a video come at once.
+  // Starts and stops of a video are delivered at once, before any frame.
   std::stable_partition(expected.begin(), expected.end(), [](const Object& object) {
     return object.label == "started" || object.label == "stopped";
   });

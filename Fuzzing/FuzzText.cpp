@@ -1,4 +1,4 @@
-// Any text is read as the C library reads it; each line is one.
+// Reads each line as a text. The results must equal those of the C library and of simple models.
 #include <iconv.h>
 
 #include <algorithm>
@@ -19,13 +19,13 @@ void expect(bool holds) {
 bool convertsFromUTF8(std::string text) {
   static iconv_t converter = iconv_open("UTF-32LE", "UTF-8");
   std::string room(text.size() * 4, '\0');
-  iconv(converter, nullptr, nullptr, nullptr, nullptr);  // forget the text before
+  iconv(converter, nullptr, nullptr, nullptr, nullptr);  // resets the converter
   char *from = text.data(), *to = room.data();
   std::size_t left = text.size(), space = room.size();
   return iconv(converter, &from, &left, &to, &space) != static_cast<std::size_t>(-1);
 }
 
-/// Most texts are told from numbers at a glance, which saves them the slow regular expressions.
+/// Checks the characters first, because regular expressions are slow.
 bool isNumber(const std::string& text, const std::regex& form) {
   constexpr std::string_view letters = "+-.0123456789aefintyAEFINTY";
   return text.find_first_not_of(letters) == std::string::npos && std::regex_match(text, form);
@@ -82,7 +82,7 @@ void check(const std::string& text) {
 }
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* input, std::size_t size) {
-  // As many bytes as the regular expressions can be trusted with, which go as deep as the text.
+  // Limits the length: regular expressions use stack in proportion to it.
   const std::string text(reinterpret_cast<const char*>(input), std::min<std::size_t>(size, 2000));
   std::istringstream lines(text);
   for (std::string line; std::getline(lines, line);) check(line);
