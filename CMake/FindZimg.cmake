@@ -1,4 +1,4 @@
-# Finds zimg, which comes without a CMake package, as the target Zimg::Zimg.
+# Finds zimg, which has no CMake package of its own, and defines the target Zimg::Zimg.
 find_path(Zimg_INCLUDE_DIR zimg.h)
 find_library(Zimg_LIBRARY zimg)
 mark_as_advanced(Zimg_INCLUDE_DIR Zimg_LIBRARY)

@@ -1,4 +1,4 @@
-# Where the library goes on a system, how other projects find it there, and its Debian packages.
+# Installs the library with its CMake and pkg-config files, and configures its Debian packages.
 include(GNUInstallDirs)
 include(CMakePackageConfigHelpers)
 
@@ -25,12 +25,12 @@ install(
   DESTINATION ${package}
   COMPONENT development)
 
-# Who links a static library links what it needs, too.
+# A program that links the static library must link the library's dependencies, too.
 if(NOT BUILD_SHARED_LIBS)
   set(pkgConfigRequires "Requires: libjpeg libpng zimg")
 endif()
-# Relative to the file, so that the folder can be moved. The system's own folders are named as they
-# are: pkg-config leaves them out of the flags only then.
+# The .pc file's paths are relative to the file, so that the folder can be moved. Under /usr they
+# are absolute, because pkg-config omits the system's folders from the flags only in that form.
 set(pkgConfigPrefix "${CMAKE_INSTALL_PREFIX}")
 set(pkgConfigLibraries "${CMAKE_INSTALL_FULL_LIBDIR}")
 set(pkgConfigHeaders "${CMAKE_INSTALL_FULL_INCLUDEDIR}")
@@ -46,7 +46,7 @@ install(
   DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig
   COMPONENT development)
 
-# Two Debian packages, of the shared library: what runs with it, and what is built with it.
+# The shared library gets two Debian packages: one to run programs and one to build them.
 if(NOT BUILD_SHARED_LIBS OR NOT PROJECT_IS_TOP_LEVEL)
   return()
 endif()
