@@ -12,7 +12,7 @@ namespace {
 
 template <typename Float>
 std::int64_t truncatedFrom(Float value, std::string_view type) {
-  // 2^63 and its negative are floating-point numbers, the greatest 64-bit integer is not.
+  // 2^63 and -2^63 are exact as floating-point numbers; the largest 64-bit integer is not.
   constexpr Float limit = 9223372036854775808.0;
   const std::string failure = std::string(type) + " value cannot be converted to Int because ";
   if (!std::isfinite(value)) fatalError(failure + "it is either infinite or NaN");

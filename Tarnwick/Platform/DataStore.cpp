@@ -10,10 +10,10 @@
 namespace tarnwick {
 namespace {
 
-// What is smaller, a message or an answer, the C library handles as fast.
+// In bytes. For smaller buffers, such as messages and replies, the C library is as fast.
 constexpr std::size_t leastSize = 512;
 
-// How many buffers are moved while the lock is held once: a few microseconds.
+// The maximum number of buffers that are moved under one lock, which takes a few microseconds.
 constexpr std::size_t stepsPerLock = 64;
 
 }  // namespace
@@ -32,7 +32,7 @@ Data DataStore::copy(std::span<const std::uint8_t> bytes) {
 
 Data DataStore::room(std::size_t size) {
   Data data;
-  if (size > mostBytes) {  // which is never kept
+  if (size > mostBytes) {  // never recycled
     data.reserve(size);
     return data;
   }
@@ -58,7 +58,7 @@ std::size_t DataStore::keptBytes() {
 
 void DataStore::keep(std::span<Data> blocks) noexcept {
   while (!blocks.empty()) {
-    std::array<Data, stepsPerLock> evicted;  // freed when the lock has been released
+    std::array<Data, stepsPerLock> evicted;  // freed after the lock is released
     const MutexLock lock(lock_);
     for (std::size_t step = 0; step < stepsPerLock && !blocks.empty(); ++step) {
       const std::size_t capacity = blocks.front().capacity();
@@ -69,7 +69,7 @@ void DataStore::keep(std::span<Data> blocks) noexcept {
         continue;
       }
       if (isKept && !isFull) push(blocks.front());
-      blocks = blocks.subspan(1);  // the caller frees what was not kept
+      blocks = blocks.subspan(1);  // the caller frees it if it was not recycled
     }
   }
 }

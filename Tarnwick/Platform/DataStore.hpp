@@ -13,38 +13,38 @@
 
 namespace tarnwick {
 
-/// Keeps the memory of datagrams and of what they were merged to for the next ones. A block that is
-/// freed on another thread than it came from, or that is as large as a picture, makes the C library
-/// give memory back to the system, and the next datagram pays for getting it again. Bounded: what
-/// is too much is freed. Any thread may use it.
+/// Recycles the buffers of datagrams and merged objects. Without it, large buffers and buffers
+/// freed on another thread go back to the kernel, and the next datagram pays for the page faults.
+/// Holds at most 32 MB; the excess is freed. Any thread may use it.
 class DataStore final {
  public:
-  /// The one of the process, which is never destroyed.
+  /// The store of the process, which is never destroyed.
   [[nodiscard]] static DataStore& shared();
 
-  /// A copy of `bytes`, in memory that was kept if there is some. It holds up to twice as many,
-  /// the next power of two.
+  /// A copy of `bytes`, in a recycled buffer if possible. From 512 bytes to 32 MB, the capacity is
+  /// at least the size rounded up to a power of two.
   [[nodiscard]] Data copy(std::span<const std::uint8_t> bytes);
 
-  /// No bytes, with room for `size`, likewise.
+  /// An empty buffer with a capacity for `size` bytes, also recycled if possible.
   [[nodiscard]] Data room(std::size_t size);
 
-  /// Recycles the memory of `data`, whose bytes are not needed any more. When the store is full,
-  /// the memory replaces memory of the kind that fills it most, or is freed if it is of that kind.
+  /// Recycles the buffer of `data`. If the store is full, buffers of the size class with the
+  /// largest total are freed, or `data` if it is of that class. Buffers under 512 bytes or over 32
+  /// MB are freed at once.
   void keep(Data data) noexcept;
 
-  /// The same for several buffers. The lock is held for a bounded number of them at a time, and no
-  /// memory is freed under it, so that receive threads never wait long for the store.
+  /// The same for several buffers. The lock is held for a bounded number of them at a time, and
+  /// buffers are freed after it, so that receive threads never wait long for the store.
   void keep(std::vector<Data> blocks) noexcept;
 
-  /// How many bytes are kept, at most mostBytes.
+  /// The total capacity of the buffers in the store, at most mostBytes.
   [[nodiscard]] std::size_t keptBytes();
   static constexpr std::size_t mostBytes = std::size_t{32} << 20;
 
  private:
-  // Memory whose capacity has the same highest power of two, so that finding some takes no search.
+  // A size class: buffers whose capacities have the same highest bit, so that no search is needed.
   struct Shelf {
-    std::deque<Data> blocks;  // which moves none of them when it grows, unlike a vector
+    std::deque<Data> blocks;  // unlike a vector, moves no element when it grows
     std::size_t bytes = 0;
   };
 

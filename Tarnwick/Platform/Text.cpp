@@ -9,7 +9,7 @@
 namespace tarnwick {
 namespace {
 
-/// Moves `position` over what is ASCII, in whole blocks of `words` times eight bytes.
+/// Advances `position` past ASCII characters, in whole blocks of `words` times eight bytes.
 template <std::size_t words>
 void skipASCII(std::string_view bytes, std::size_t& position) noexcept {
   constexpr std::uint64_t highBits = 0x8080808080808080;
@@ -23,7 +23,7 @@ void skipASCII(std::string_view bytes, std::size_t& position) noexcept {
   }
 }
 
-/// The length of the well-formed character at the start of `bytes`, which is not empty; 0 if none.
+/// The length of the character at the start of `bytes`, which is not empty; 0 if it is malformed.
 std::size_t characterLength(std::string_view bytes) noexcept {
   const auto byte = [&](std::size_t index) { return static_cast<unsigned char>(bytes[index]); };
   const auto isWithin = [&](std::size_t index, unsigned low, unsigned high) {
@@ -47,11 +47,11 @@ std::size_t characterLength(std::string_view bytes) noexcept {
 
 constexpr std::size_t firstWindow = 256;  // longer than nearly every field of a message
 
-/// Where the first of `separators` stands in `text`; its length when none does.
+/// The position of the first separator in `text`; the length of `text` if it has no separator.
 std::size_t findSeparator(std::string_view text, std::string_view separators) noexcept {
-  // One search a separator, each within what the one before left, is several times faster than
-  // looking at every character for all of them. The window bounds the search for a separator that
-  // does not occur, and grows with the field, so that a field costs what its length does.
+  // One search per separator, each within the range that the previous search left, is several times
+  // faster than comparing every character with all separators. The window bounds the search for a
+  // separator that does not occur. It grows with the field, so the time is proportional to it.
   std::size_t end = 0;
   for (std::size_t window = firstWindow; end < text.size(); window *= 2) {
     const std::string_view part = text.substr(end, window);
@@ -65,7 +65,7 @@ std::size_t findSeparator(std::string_view text, std::string_view separators) no
   return end;
 }
 
-/// Takes the next field off the front of `text`; an empty one when there is none any more.
+/// Removes the next field from the front of `text` and returns it. Empty if no field remains.
 std::string_view takeField(std::string_view& text, std::string_view separators) noexcept {
   text.remove_prefix(std::min(text.find_first_not_of(separators), text.size()));
   const std::string_view field = text.substr(0, findSeparator(text, separators));
@@ -73,8 +73,8 @@ std::string_view takeField(std::string_view& text, std::string_view separators) 
   return field;
 }
 
-/// Whether a decimal that no 32-bit float holds is too small for one, rather than too large: the
-/// power of ten of its first digit other than zero decides.
+/// Whether a decimal outside the range of 32-bit floats is too small rather than too large. The
+/// power of ten of its first nonzero digit decides.
 bool isTooSmall(std::string_view decimal) noexcept {
   const std::size_t mark = std::min(decimal.find_first_of("eE"), decimal.size());
   const std::string_view mantissa = decimal.substr(0, mark);
@@ -88,7 +88,7 @@ bool isTooSmall(std::string_view decimal) noexcept {
 
 template <typename Float>
 std::string shortestDecimalOf(Float value) {
-  // A sign, every digit before the point, the point, and the digits behind it of the smallest.
+  // A sign, all digits before the point, the point, and the digits after it in the smallest number.
   std::array<char, std::numeric_limits<Float>::max_exponent10 * 2 + 32> text;
   const auto end =
       std::to_chars(text.data(), text.data() + text.size(), value, std::chars_format::fixed).ptr;
@@ -97,7 +97,7 @@ std::string shortestDecimalOf(Float value) {
   return decimal;
 }
 
-/// `text` without one leading plus sign, which the standard's own parsing does not know.
+/// `text` without one leading plus sign, which std::from_chars does not accept.
 std::string_view withoutPlus(std::string_view text) noexcept {
   const bool hasPlus = text.size() > 1 && text[0] == '+' && text[1] != '-';
   return hasPlus ? text.substr(1) : text;
@@ -107,7 +107,7 @@ std::string_view withoutPlus(std::string_view text) noexcept {
 
 bool isValidUTF8(std::string_view bytes) noexcept {
   for (std::size_t position = 0;;) {
-    skipASCII<8>(bytes, position);  // as many words as the processor looks at together
+    skipASCII<8>(bytes, position);  // as many words as the processor handles at once
     skipASCII<1>(bytes, position);
     if (position == bytes.size()) return true;
     const std::size_t length = characterLength(bytes.substr(position));
@@ -151,7 +151,7 @@ std::optional<float> parseFloat(std::string_view text) noexcept {
   text = withoutPlus(text);
   float number = 0;
   const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
-  // `nan(…)`, which the standard's parsing accepts, is no number here.
+  // `nan(…)` is not a number here, although std::from_chars accepts it.
   const bool isWhole = end == text.data() + text.size() && text.find('(') == std::string_view::npos;
   if (error == std::errc::invalid_argument || !isWhole) return std::nullopt;
   if (error == std::errc::result_out_of_range) {
