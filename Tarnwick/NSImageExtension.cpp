@@ -5,8 +5,8 @@
 namespace tarnwick {
 namespace {
 
-/// Draws the region of `image` over all of `target`, which without the memory for that becomes an
-/// image without bitmap.
+/// Draws `region` of `image` over all of `target`. If memory is short, replaces `target` with an
+/// image of the region's size without a bitmap.
 void fill(std::shared_ptr<NSImage>& target, const NSImage& image, const CGRect& region) {
   try {
     target->draw(image, region, {{0, 0}, region.size});
@@ -20,7 +20,7 @@ void fill(std::shared_ptr<NSImage>& target, const NSImage& image, const CGRect& 
 
 std::shared_ptr<NSImage> crop(const NSImage& image, const CGRect& rect) {
   auto cropped = NSImage::create(rect.size);
-  // Drawing counts from the bottom left.
+  // NSImage::draw() counts from the bottom left.
   const CGFloat y = image.size().height - rect.origin.y - rect.size.height;
   fill(cropped, image, {{rect.origin.x, y}, rect.size});
   return cropped;

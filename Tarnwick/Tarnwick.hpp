@@ -1,10 +1,10 @@
 #pragma once
 
 /// \file
-/// Everything that an application needs: receivers and senders, and the platform beneath them.
+/// Includes everything that an application needs: receivers, senders and the platform below them.
 
 /// \namespace tarnwick
-/// All that Tarnwick declares.
+/// Everything that Tarnwick declares.
 
 #if __cplusplus < 202002L
 #error "Tarnwick needs C++20: compile with -std=c++20 or later"

@@ -15,7 +15,7 @@ namespace {
 
 using namespace std::chrono_literals;
 
-constexpr auto endPause = 1s;  // for the image under way, and then for "End", to leave
+constexpr auto endPause = 1s;  // time to send the current image, and then "End"
 
 }  // namespace
 
@@ -32,7 +32,7 @@ std::shared_ptr<TxImageUDP> TxImageUDP::create(std::string name, const std::stri
 void TxImageUDP::beginOperation() {
   if (!client_) return;
   client_->beginOperation();
-  // Answered or not: active means that the stream was opened, not that somebody watches.
+  // Active with or without a reply: the stream was opened, whether or not a peer receives it.
   client_->send("starting", [this](const std::optional<Data>&) { isActive_ = true; });
 }
 

@@ -13,70 +13,69 @@
 
 namespace [[gnu::visibility("default")]] tarnwick {
 
-/// Sends images of a screen to one peer over UDP/IPv4. Images are encoded one at a time on a thread
-/// of the sender's own, in the order in which they were given. Any thread may call any member. It
-/// lives until the process ends.
+/// Sends images of a screen to one peer over UDP/IPv4. Encodes the images one at a time, in the
+/// order of the calls of send(), on a thread of its operation queue. Any thread may call any
+/// member. The sender lives until the process ends.
 ///
-/// An image leaves at once when its file fits one datagram. The rest of a larger one leaves while
-/// something is queued behind it: send another image, however small, after it. At most about a
-/// thousand datagrams leave a second. The queue holds 100 messages, two an image, and the next one
-/// empties it: so send no faster.
+/// An image whose file fits one datagram is sent at once. The rest of a longer file is sent only
+/// while something is queued behind it: send another image, however small, after it. At most about
+/// 1,000 datagrams are sent a second. The send queue holds 100 messages, two per image. The next
+/// message empties a full queue, so pace the images.
 class TxImageUDP final : public UDPClientDelegate {
   struct Private {
     explicit Private() = default;
   };
 
  public:
-  /// Aims at a peer, whose address is text as inet_aton(3) takes it. `name` labels the log lines,
-  /// `chunkSize` is the longest datagram in bytes: more than 65500 counts as that. Announcements
-  /// are cut to it, too, and short pieces of a file may read as text: below 1400 images may be
-  /// lost, below 100 hardly one arrives, and 1 or less can stop the peer. Throws UDPError as
-  /// UDPClient::create().
+  /// Creates a sender to `serverIPAddress`, a text that inet_aton(3) accepts. `name` labels the log
+  /// lines. Messages longer than `chunkSize` bytes, announcements included, are split into chunks.
+  /// Values above 65,500 are clamped to 65,500. A short chunk of a file can read as text: below
+  /// 1,400, images may be lost; below 100, hardly any image arrives; 1 or less can stop the peer's
+  /// process. Throws the same UDPErrors as UDPClient::create().
   [[nodiscard]] static std::shared_ptr<TxImageUDP> create(std::string name,
                                                           const std::string& serverIPAddress,
                                                           std::uint16_t serverPort,
                                                           std::int64_t chunkSize);
 
-  /// Closed to others, who call create().
+  /// Closed to others: use create().
   explicit TxImageUDP(Private);
   TxImageUDP(const TxImageUDP&) = delete;
   TxImageUDP& operator=(const TxImageUDP&) = delete;
 
-  /// Starts sending, says "starting" to the peer and waits up to one second for an answer, which
-  /// changes nothing and which an image receiver does not give. Throws UDPError::alreadyInProgress
-  /// while it sends, and std::system_error when no thread can be started. A sender that was ended
-  /// may be begun again, but sends nothing any more: create a new one.
+  /// Starts the send thread, sends "starting" and waits up to one second for a reply. The reply has
+  /// no effect, and RxImageUDP sends none. Throws UDPError::alreadyInProgress if it was started and
+  /// not ended, and std::system_error or std::bad_alloc if it cannot be started. Do not restart a
+  /// sender after endOperation(): it sends nothing. Create a new one.
   void beginOperation();
 
-  /// Cancels the images that wait to be encoded; drops, after one second, what has not begun to
-  /// leave; says "End" to the peer and stops after another second. Returns then; do not call it
-  /// from receivedResponse().
+  /// Ends the stream and returns after two seconds. Cancels the images that wait to be encoded.
+  /// After one second, drops the queued messages, but not the rest of the current one, and queues
+  /// "End". After another second, ends the send thread.
   void endOperation();
 
-  /// Whether the stream was begun and not ended; no sign that anybody listens.
+  /// True from beginOperation() to endOperation(), whether or not a peer receives.
   [[nodiscard]] bool isActive() const { return isActive_; }
 
-  /// Changes what isActive() says, and starts or stops nothing.
+  /// Sets what isActive() returns; starts or stops nothing.
   void setIsActive(bool isActive) { isActive_ = isActive; }
 
-  /// Queues an image and returns at once, also before beginOperation(). `rect` is what it shows of
-  /// the screen, in pixels from the top left, and is not sent when it shows the whole
-  /// (`fullScreen`); `frame` is the caller's number for the log; `compression` runs from 0.0, the
-  /// smallest file, to 1.0, the best picture. Nobody may change the image from now on. A null image
-  /// or one without a bitmap stops the process, on the sender's thread, as does a rectangle to be
-  /// sent that does not fit integers. One with a side over 65,500 pixels is not sent, and one of
-  /// more than 128,000,000 pixels no receiver takes, of which nobody is told; after endOperation()
-  /// none leaves. Throws std::bad_alloc, with nothing queued, when memory runs out; when it runs
-  /// out later, the image is dropped.
+  /// Queues an image and returns at once, also before beginOperation(). `rect` is the area of the
+  /// screen that it shows, in pixels from the top left; it is not sent if `fullScreen` is true.
+  /// `frame` is a number for the log. `compression` runs from 0.0, the smallest file, to 1.0, the
+  /// best picture. The image must not change after the call. An image that is null or has no
+  /// bitmap, or a rectangle to be sent that does not fit integers, is a fatal error on the encoding
+  /// thread. Images with a side over 65,500 pixels are silently dropped. Receivers drop images of
+  /// more than 128,000,000 pixels. Nothing is sent after endOperation(). Throws std::bad_alloc,
+  /// with nothing queued, if memory runs out. If memory runs out later, the image is dropped.
   void send(std::shared_ptr<NSImage> image, const CGRect& rect, std::uint64_t frame,
             bool fullScreen, float compression);
 
-  /// Logs the peer's reply if it is text. Called on the send thread.
+  /// Logs the peer's reply if it is valid UTF-8. Called on the send thread.
   void receivedResponse(const Data& data) override;
 
  private:
   NSOperationQueue operationQueue_;    // fixed after construction
-  std::shared_ptr<UDPClient> client_;  // and it owns us: the two keep each other alive, on purpose
+  std::shared_ptr<UDPClient> client_;  // which owns this sender: an intended reference cycle
   std::atomic<bool> isActive_ = false;
 };
 

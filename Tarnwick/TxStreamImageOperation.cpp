@@ -11,8 +11,8 @@
 namespace tarnwick {
 namespace {
 
-/// The image's bytes as a JPEG file, if it can be encoded. That it has a bitmap is the caller's
-/// part.
+/// Returns the image as a JPEG file; absent if the encoding fails. The caller must pass an image
+/// with a bitmap.
 std::optional<Data> encoded(const std::shared_ptr<NSImage>& image, float compression) {
   if (!image || !image->bitmap()) {
     fatalError("Unexpectedly found nil while unwrapping an Optional value");
@@ -44,7 +44,7 @@ void TxStreamImageOperation::main() {
     if (!file) return;
     client->send(header(packet, file->size()));
     const float kilobytes = static_cast<float>(file->size()) / 1024;
-    // The header was sent, and its bytes must follow, whether or not the line can be logged.
+    // The header is queued, so the file must follow even if there is no memory to log this line.
     ifMemoryAllows([&] { logLine("sending " + shortestDecimal(kilobytes) + "k image"); });
     client->send(std::move(*file));
   });

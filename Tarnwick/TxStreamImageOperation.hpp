@@ -11,9 +11,9 @@
 
 namespace [[gnu::visibility("default")]] tarnwick {
 
-/// Sends one image: encodes it as JPEG, queues the text that announces it and then its bytes on the
-/// client, whose business they are from there on. Encoding that gives nothing sends nothing. An
-/// image without a bitmap, and a rectangle to be sent that does not fit integers, are fatal errors.
+/// Encodes one image as JPEG and queues it on a client: first the text that announces it, then its
+/// bytes. Queues nothing if the encoding fails. An image without a bitmap, or a rectangle to be
+/// sent that does not fit integers, is a fatal error.
 class TxStreamImageOperation final : public BaseStreamOperation {
  public:
   /// `endpoint` must not be null. `factor`, the compression factor, runs from 0.0, the smallest
@@ -22,15 +22,15 @@ class TxStreamImageOperation final : public BaseStreamOperation {
       : packet(std::move(image)), client(std::move(endpoint)), compression(factor) {}
   TxStreamImageOperation() = delete;
 
-  /// The text that announces the image as a file of `size` bytes. A rectangle that does not fit
-  /// integers is a fatal error, unless the image is the full screen. Any thread may call it.
+  /// Returns the text that announces the image as a file of `size` bytes. A rectangle that does not
+  /// fit integers is a fatal error, unless the image is the full screen. Any thread may call it.
   [[nodiscard]] static std::string header(const ImagePacket& image, std::size_t size);
 
-  /// Encodes and queues, unless the operation was cancelled. Called on the queue's thread.
+  /// Encodes and queues, unless the operation was cancelled. Called on a thread of the queue.
   void main() override;
 
-  const ImagePacket packet;                 ///< what is sent
-  const std::shared_ptr<UDPClient> client;  ///< the endpoint that sends it
+  const ImagePacket packet;                 ///< the image to send
+  const std::shared_ptr<UDPClient> client;  ///< the endpoint that sends the image
   const float compression;                  ///< the compression factor
 };
 
