@@ -135,7 +135,7 @@ TEST(Image, IsAbsentOrAsItWasWhenMemoryIsShort) {
            {encode, 0},
            {draw, 1000}}) {
     bool isDone = false;
-    for (std::int64_t i = thrown = 0; !isDone; i += 1 + i / 16) {
+    for (std::int64_t i = thrown = 0; !isDone; i += 1 + i / 5) {
       image = nullptr;
       encoded = std::nullopt;
       isDone = isMade(make, i);

@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
 #include <clocale>
+#include <ctime>
 #include <locale>
 
 #include "Tarnwick/Platform/Concurrently.hpp"
@@ -34,9 +35,9 @@ TEST(Text, ReadsAndWritesNumbersAlikeInEveryLocale) {
 TEST(Text, SplitsInTimeInProportionToItsLength) {
   std::string text = "wave";
   while (text.size() < 2'000'000) text += "~a";
-  const auto start = std::chrono::steady_clock::now();
+  const std::clock_t start = std::clock();  // of this process alone, on a busy machine, too
   EXPECT_EQ(messageFields(text).size(), 999'999U);
-  EXPECT_LT(std::chrono::steady_clock::now() - start, deadline);
+  EXPECT_LT(std::clock() - start, 20 * CLOCKS_PER_SEC);
   EXPECT_EQ(commandFields(text).size(), 8U);  // more than any command has
 }
 
