@@ -26,13 +26,13 @@ TEST(Client, EmptiesAFullQueueForTheNewestMessage) {
   for (const int count : {100, 101}) {
     Sending sending;
     for (int i = 1; i <= count; ++i) sending.client->send(std::to_string(i));
-    sending.client->send("not \xFF text");  // no message at all: the queue stays as it is
+    sending.client->send("not \xFF text");  // dropped: the queue does not change
     const auto start = Clock::now();
     sending.client->beginOperation();
     for (int i = count == 101 ? 101 : 1; i <= count; ++i) {
       EXPECT_EQ(sending.peer.hearText(), std::to_string(i));
     }
-    EXPECT_TRUE(count == 101 || Clock::now() - start >= 99ms);  // a pass for each
+    EXPECT_TRUE(count == 101 || Clock::now() - start >= 99ms);  // one per pass
     EXPECT_TRUE(sending.peer.hearsNothing());
   }
 }
@@ -57,7 +57,7 @@ TEST(Client, RetriesWhatCannotBeSent) {
   sending.client->send(pattern(100000));
   sending.client->send("behind");
   EXPECT_TRUE(sending.peer.hearsNothing());
-  sending.client->setBufferLimit(60000);  // lowering takes effect at once
+  sending.client->setBufferLimit(60000);  // a lower limit applies at once
   EXPECT_EQ(sending.hearSize(), 60000);
   EXPECT_EQ(sending.hearSize(), 40000);
   EXPECT_EQ(sending.peer.hearText(), "behind");
@@ -76,12 +76,12 @@ TEST(Client, GivesAReplyToDelegateAndWaitingCaller) {
   sending.client->send("question", [&](std::optional<Data> data) {
     keep(std::move(data));
     EXPECT_EQ(sending.listener->responses.await(), bytes("first"));
-    sending.peer.sendBytes({});  // while the call still lasts
+    sending.peer.sendBytes({});  // before send() returns
     EXPECT_EQ(sending.listener->responses.await(), Data());
   });
   answering.join();
   EXPECT_EQ(answer, bytes("first"));
-  sending.client->send("again", keep);  // answered at once, by the reply that nobody took
+  sending.client->send("again", keep);  // returns at once: the second reply is left over
   EXPECT_EQ(answer, Data());
   const auto start = Clock::now();
   const std::function<void(std::optional<Data>)> none;
@@ -92,7 +92,7 @@ TEST(Client, GivesAReplyToDelegateAndWaitingCaller) {
   sending.client->send("once more", keep);
   EXPECT_EQ(answer, std::nullopt);
   sending.client->endOperation();
-  EXPECT_TRUE(output.awaitLine("End Operation for client"));  // the log's thread slept
+  EXPECT_TRUE(output.awaitLine("End Operation for client"));  // wakes the log's idle thread
 }
 
 TEST(Client, BeginsWithAnyLimitAndNoDelegate) {
@@ -109,7 +109,7 @@ TEST(Client, WaitsInVainOnItsOwnThread) {
   Sending sending;
   Mailbox<std::optional<Data>> answers;
   sending.listener->listen = [&](const Data&) {
-    EXPECT_EQ(prctl(PR_GET_TIMERSLACK), 1);  // the thread is an urgent one
+    EXPECT_EQ(prctl(PR_GET_TIMERSLACK), 1);  // as for a thread of higher priority
     sending.client->send("?", [&](std::optional<Data> data) { answers.put(std::move(data)); });
   };
   sending.client->beginOperation();

@@ -30,7 +30,7 @@ Data seed(const std::string& name) {
 }
 
 TEST(JPEG, KeepsThePicture) {
-  // What remains in decibels at factors of 0.4, 0.6 and 0.9, at least: 3 below what was measured.
+  // The minimum PSNR in decibels at factors of 0.4, 0.6 and 0.9: 3 below the measured values.
   using Case = std::tuple<Side, Side, int, int, int>;
   for (const auto& [width, height, low, medium, high] :
        {Case{1, 1, 60, 60, 60}, {3, 5, 15, 20, 37}, {17, 31, 32, 36, 42}, {640, 480, 38, 41, 47}}) {
@@ -93,9 +93,9 @@ TEST(JPEG, ReadsOtherKindsOfColour) {
 
 TEST(JPEG, IsTheSameWhenMadeAndReadInStrips) {
   for (const auto& [units, interval] : {std::pair{1, 32}, {50, 50}, {67, 32}, {120, 60}}) {
-    EXPECT_EQ(restartInterval(units), interval);  // the longest with the fewest rows in a group
+    EXPECT_EQ(restartInterval(units), interval);  // the longest with the smallest groups
   }
-  // At a factor of 0.9, a row has 5, 33, 67 or 69 units, and a group 7, 1, 32 or 2 rows.
+  // At a factor of 0.9, a row has 5, 33, 67 or 69 units, and a group has 7, 1, 32 or 2 rows.
   for (const auto& [width, height] :
        {std::pair<Side, Side>{33, 300}, {260, 61}, {536, 260}, {549, 129}}) {
     const Bitmap bitmap = picture(width, height);
@@ -160,7 +160,7 @@ TEST(Decoding, TakesWholePicturesOnly) {
     for (std::size_t i = 0; i < file.size() * 8; ++i) {
       Data flipped = file;
       flipped[i / 8] = static_cast<std::uint8_t>(flipped[i / 8] ^ 1 << i % 8);
-      const auto bitmap = ImageCodec::decode(flipped);  // damaged or not, and never a part
+      const auto bitmap = ImageCodec::decode(flipped);  // absent or whole
       EXPECT_TRUE(!bitmap || NSImage::fromBitmap(*bitmap)) << i;
     }
     EXPECT_TRUE(equal(decoded(stuffed(file, file.size(), 100)), decoded(file)));
@@ -181,7 +181,7 @@ TEST(Decoding, ForgivesStrayBytesBetweenSegmentsAndAFewBeforeTheEnd) {
       EXPECT_TRUE(equal(decoded(stuffed(file, segment(file, marker), 50)), decoded(file)));
     }
     EXPECT_TRUE(equal(decoded(stuffed(file, file.size() - 2, 16)), decoded(file)));
-    // The decoder takes up to seven with the last pixels, and does not count them.
+    // The decoder reads up to seven of them with the last pixels and does not count those.
     EXPECT_FALSE(isImage(stuffed(file, file.size() - 2, 16 + 7 + 1)));
   }
   const Data progressive = greyJPEG(3, 8, 8, 5);
@@ -207,7 +207,7 @@ TEST(Decoding, RefusesWhatWouldCostTooMuch) {
   for (const Data& file : {large, largeInMemory, fewBytes}) EXPECT_FALSE(isImage(file));
   EXPECT_FALSE(ImageCodec::decodeJPEG(few, 2));
   EXPECT_EQ(decoded(texts).pixels, (Data{128, 128, 128, 255}));
-  EXPECT_LT(peakMemory() - before, 100'000);  // kilobytes: none was begun
+  EXPECT_LT(peakMemory() - before, 100'000);  // in kilobytes
   EXPECT_FALSE(isImage(manyBlocks));
   EXPECT_TRUE(isImage(greyJPEG(1, 6400, 6400, 61)));
 }

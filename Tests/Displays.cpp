@@ -1,9 +1,8 @@
-// What the test of the desktop programs sees of a display.
-//
-//   displays compare WHAT WHAT [X Y WIDTH HEIGHT]   how alike two pictures are, in decibels
-//   displays save WHAT FILE.png                     the picture as a file
-//
-// WHAT is a display, like :1, or a PNG file. A picture of another size is scaled to the first's.
+// Compares and saves pictures for the test of the desktop programs.
+//   displays compare WHAT WHAT [X Y WIDTH HEIGHT]   prints the similarity in decibels
+//   displays save WHAT FILE.png                     saves the picture
+// WHAT is a display, such as :1, or a PNG file. The second picture is scaled to the first one's
+// size.
 #include <fstream>
 #include <iostream>
 
@@ -15,7 +14,7 @@ using tarnwick::CGRect, tarnwick::NSImage;
 std::shared_ptr<NSImage> load(const std::string& what) {
   if (what.starts_with(':')) {
     screenshare::Screen screen(what);
-    screen.changes();  // finds the pointer
+    screen.changes();  // reads the pointer
     if (screen.grab(screen.bounds())) return screen.picture(screen.bounds());
   } else {
     std::ifstream file(what, std::ios::binary);

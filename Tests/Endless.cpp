@@ -1,5 +1,4 @@
-// One end of a stream of images that does not end by itself: endless send|receive PORT. The
-// receiver says of each image whether it is one of those that are sent.
+// endless send|receive PORT: sends images without end, or logs whether each arrives unaltered.
 
 #include "Session.hpp"
 

@@ -6,7 +6,6 @@
 
 namespace tarnwick::test {
 
-/// A delegate that runs what a test gives it.
 struct Responder : UDPServerDelegate {
   std::function<std::optional<Data>()> answer = [] { return std::nullopt; };
   std::optional<Data> processMessageForResponse() override { return answer(); }
@@ -21,7 +20,6 @@ struct Listener : UDPClientDelegate {
   }
 };
 
-/// A server, its delegate, and a peer that talks to it.
 struct Serving {
   explicit Serving(std::int64_t bufferSize = 65500,
                    std::shared_ptr<Responder> delegate = std::make_shared<Responder>())
@@ -42,7 +40,6 @@ struct Serving {
   Peer peer{endpoint.second};
 };
 
-/// A client, its delegate, and the peer that it talks to.
 struct Sending {
   explicit Sending(std::int64_t bufferSize = 65500,
                    std::shared_ptr<Listener> delegate = std::make_shared<Listener>())
@@ -50,7 +47,6 @@ struct Sending {
         client(UDPClient::create("client", "127.0.0.1", peer.port(), bufferSize, listener)) {}
   ~Sending() { client->endOperation(); }
 
-  /// What the peer hears next, by length.
   std::size_t hearSize() { return peer.hear().value_or(Data()).size(); }
 
   Peer peer;

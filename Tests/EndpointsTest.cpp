@@ -7,7 +7,7 @@
 #include "Tests/Shortage.hpp"
 
 #if defined(TARNWICK_TEST_FAULTS)
-// The linker leads these calls of the library here, so that a test can let them fail.
+// The linker redirects these calls of the library here, so that tests can make them fail.
 std::atomic<bool> failSocket = false, failFcntl = false;
 std::atomic<int> mutexesBeforeFailure = -1;
 // NOLINTBEGIN(bugprone-reserved-identifier): the linker's names.
@@ -53,7 +53,7 @@ TEST(SetUp, ReportsWhatTheSystemRefuses) {
     EXPECT_EQ(errorOf([] { std::ignore = UDPClient::create("client", "127.0.0.1", 1); }), error);
     *fault = false;
   }
-  for (const int before : {0, 1}) {  // a client has two, a server one
+  for (const int before : {0, 1}) {  // a client has two mutexes, a server has one
     mutexesBeforeFailure = before;
     EXPECT_EQ(errorOf([] { std::ignore = UDPClient::create("client", "127.0.0.1", 1); }),
               UDPError::threadLock);
@@ -80,7 +80,7 @@ TEST(Threads, StepFromTheNiceValueOfTheProcess) {
   };
   const int nice = settings().first + 3;
   Mailbox<std::pair<int, int>> seen;
-  std::thread([&] {  // has the nice value that the process began with
+  std::thread([&] {  // has the nice value from before
     setpriority(PRIO_PROCESS, static_cast<id_t>(getpid()), nice);
     NSThread::setThreadPriority(0.6);
     NSThread::detachNewThread([&] {
@@ -121,7 +121,7 @@ TEST(LifeCycle, EndsBeforeTheStartAndFromInsideACall) {
     return bytes("goodbye");
   };
   server->beginOperation();
-  server.reset(), responder.reset();  // the thread holds both
+  server.reset(), responder.reset();  // the receive thread keeps both alive
   Peer peer(port);
   peer.say("hello");
   EXPECT_EQ(peer.hearText(), "goodbye");
@@ -142,7 +142,7 @@ TEST(LifeCycle, RestartsWithoutASocket) {
     EXPECT_TRUE(output.awaitLine("Send process running for client"));
   }
   EXPECT_TRUE(eventually([&] { return holdings().descriptors == before; }));
-  // Whatever descriptors are given out now, the endpoints that run again leave them alone.
+  // The restarted endpoints must not use descriptors that the system reuses now.
   Peer first, second;
   for (int i = 0; i < 200; ++i) {
     sending.client->send("to nobody");
@@ -223,7 +223,7 @@ TEST(LifeCycle, OutlastsALackOfThreadsAndMemory) {
   refusedSize = 15'000;
   logLine(std::move(line));
   expectNoStart();
-  refusedSize = 66'000;  // enough for all but the names
+  refusedSize = 66'000;  // only copies of the names fail
   serving.server->beginOperation();
   sending.client->beginOperation();
   sending.client->send("hello");

@@ -6,16 +6,16 @@
 
 namespace tarnwick::test {
 
-/// How often each fault befalls a datagram, from 0 to 1.
+/// The probability of each fault per datagram, from 0 to 1.
 struct Faults {
   double lost = 0, repeated = 0, swapped = 0, delayed = 0, cut = 0, corrupted = 0;
 
   bool operator==(const Faults&) const = default;
 };
 
-/// A wire on which datagrams go wrong, the same ones for the same seed: what is said to port()
-/// reaches the receiver or not, and replies come back. It knows what the receiver is to make of
-/// what went through, and lets nothing through that stops a receiver by design.
+/// Forwards datagrams from port() to a receiver, with the same faults for the same seed, and
+/// replies back without faults. Drops datagrams that stop a receiver by design. Predicts the
+/// objects that the receiver delivers.
 template <typename Receiver>
 class FaultyWire {
  public:
@@ -25,13 +25,11 @@ class FaultyWire {
 
   [[nodiscard]] std::uint16_t port() const { return near_.port(); }
 
-  /// How many datagrams were said to it.
   [[nodiscard]] std::int64_t heard() const { return heard_; }
 
-  /// Nothing goes wrong from here on.
   void heal() { isHealed_ = true; }
 
-  /// Carries what it still holds, and no more; the objects that it carried whole enough to arrive.
+  /// Forwards the delayed datagrams and stops. Returns the objects that the receiver must deliver.
   std::vector<Object> finish() {
     isRunning_ = false;
     if (thread_.joinable()) thread_.join();
@@ -40,7 +38,7 @@ class FaultyWire {
 
  private:
   struct Held {
-    int overtakers;  // how many datagrams are to pass it first
+    int overtakers;  // datagrams that are still to overtake it
     Data datagram;
   };
 
@@ -85,14 +83,14 @@ class FaultyWire {
   std::atomic<bool> isHealed_ = false, isRunning_ = true;
   std::atomic<std::int64_t> heard_ = 0;
 
-  // Used by the wire's thread, until that has ended.
+  // Only the wire's thread uses these until it has ended.
   Peer near_, far_;
   std::mt19937 random_;
   Model<Receiver> model_;
   std::vector<Held> held_;
   std::vector<Object> expected_;
 
-  std::thread thread_{[this] { run(); }};  // last, as it uses the rest
+  std::thread thread_{[this] { run(); }};  // last: it uses the members above
 };
 
 }  // namespace tarnwick::test

@@ -1,6 +1,5 @@
-// Floods each receiver with whatever a peer can say, as fast as it can: flood [SECONDS], a second a
-// receiver if not told otherwise. Fails when a receiver delivers nothing any more, keeps memory, or
-// does not end.
+// Floods each receiver with datagrams: flood [SECONDS PER RECEIVER], 1 by default. Fails if a
+// receiver stops delivering, does not end, or makes the process grow.
 #include <iostream>
 
 #include "Session.hpp"
@@ -8,7 +7,7 @@
 using namespace tarnwick;
 using namespace tarnwick::test;
 
-/// Texts, noise and announcements without their objects or their ends, all of a size.
+/// Random text, noise and truncated announcements, all of `size` bytes.
 template <typename Receiver>
 std::vector<Data> rubbish(std::size_t size) {
   std::mt19937 random(static_cast<std::uint32_t>(size));
@@ -26,7 +25,7 @@ std::vector<Data> rubbish(std::size_t size) {
   return datagrams;
 }
 
-/// Says it over and over; how often it said one of it.
+/// Sends the datagrams repeatedly until `end`. Returns the number sent.
 std::int64_t say(const std::vector<Data>& datagrams, std::uint16_t port,
                  const std::stop_token& end) {
   Peer peer(port);

@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# Runs the programs of the guide against each other, and compares what arrives with what was sent:
+# Runs the guide's programs against each other and compares the received with the sent data:
 # GuideTest.sh RECEIVEPICTURES SENDSCREEN RECEIVEMEDIA PEER.
 set -uo pipefail
 
@@ -19,13 +19,13 @@ for number in 0 65536 99999 -1 5000x x ''; do
   check grep -q 'no port' complaint
 done
 
-# Presses Enter, for which the receiver only looks, and tells whether the picture has these sides.
+# Presses Enter, which the receiver polls for but does not read, and checks the size of the picture.
 saves() { # WIDTH HEIGHT
   echo >&"$silence"
   endsWith 0 && read -r -u "$silence" && hasSides screen.png "$@"
 }
 
-# A datagram may be lost on a busy machine: then all is sent again.
+# A busy machine may lose a datagram. Then everything is sent again.
 pictures() { grep -cx 'the screen came\|a region came' test.log; }
 screenArrives() {
   local before
@@ -37,8 +37,8 @@ start "$receivepictures" PORT screen.png
 check waitFor screenArrives
 check saves 320 180
 
-# A screen that is known from regions only: a region may be scaled, or beyond any screen; a preview
-# tells the size.
+# A screen assembled from regions: one is scaled, and one is beyond any screen. In the second round,
+# a preview of the whole screen gives its size.
 arrives() { # IMAGE X Y WIDTH HEIGHT
   local before
   before=$(pictures)
@@ -70,8 +70,8 @@ check isSaid 'the video starts'
 check isSaid 'the video stops'
 check waitFor recordingArrives
 kill "$process"
-check endsWith 143 # by the signal
-check complains 1 "$peer" 127.0.0.1 "$port" sent # nobody is there
+check endsWith 143 # by SIGTERM
+check complains 1 "$peer" 127.0.0.1 "$port" sent # no receiver is running
 check grep -q 'nobody receives there' complaint
 
 finish

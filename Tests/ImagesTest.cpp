@@ -58,18 +58,18 @@ TEST(Image, HasPixelsForUsableSizesOnly) {
   }
 }
 
-/// One side of a drawing: that of the source, and where it begins and how long it is in either.
+/// One dimension of a drawing: the source's side, and the intervals in source and target.
 struct Axis {
   double side, from, fromLength, into, intoLength;
 
-  /// How much of this pixel of the target the source covers.
+  /// How much of a target pixel the source covers; negative if nothing.
   [[nodiscard]] double share(double pixel) const {
     const auto target = [&](double x) { return into + (x - from) * intoLength / fromLength; };
     return std::min(target(std::min(from + fromLength, side)), pixel + 1) -
            std::max(target(std::max(from, 0.0)), pixel);
   }
 
-  /// The pixel of the source that is copied to this one.
+  /// The source pixel that is copied to a target pixel.
   [[nodiscard]] Side copied(Side pixel) const {
     const auto whole = [](double x) { return static_cast<Side>(std::floor(x + 1e-6)); };
     return std::max({pixel + whole(from - into), whole(from), Side{0}});
@@ -107,7 +107,7 @@ TEST(Image, IsDrawnOverEveryPixelThatItCoversAndNoOther) {
     for (Side i = 0; i < drawn.width * drawn.height; ++i) {
       const Side column = i % drawn.width, row = i / drawn.width;
       const double share = std::min(x.share(double(column)), y.share(double(row)));
-      if (std::abs(share) < 1e-5) continue;  // may be rounding
+      if (std::abs(share) < 1e-5) continue;  // depends on rounding
       const Data ground(4, isCropped ? 0 : 1);
       const std::uint8_t* expected = share < 0 ? ground.data() : white.row(0);
       if (share > 0 && isCopied) expected = pixels.row(y.copied(row)) + x.copied(column) * 4;
@@ -134,18 +134,18 @@ TEST(Image, IsResized) {
   EXPECT_TRUE(resized->size() == size && source->size() == size);
   EXPECT_EQ(source->resizingMode(), ResizingMode::tile);
   EXPECT_TRUE(equal(*source->bitmap(), gradient(200, 100)));
-  // What little lies within both fills the pixels.
+  // Only a small part of the drawing is within source and target. It fills the pixel.
   const auto target = NSImage::create({1, 1});
   target->draw(*NSImage::fromBitmap(gradient(200, 100)), {{-9800, 0}, {10000, 100}}, {{}, {1, 1}});
   EXPECT_NEAR(target->bitmap()->pixels.at(0), 127, 2);
   target->draw(*resized, {{200.5, 100}, {1e-5, 1e-5}}, {{-1e12, -1e12}, {2e12, 2e12}});
   EXPECT_NEAR(target->bitmap()->pixels.at(0), 161, 2);
-  source->setSize({199.5, 100});  // still all of its pixels
+  source->setSize({199.5, 100});  // changes no pixels
   EXPECT_EQ(crop(*source, {{99.75, 0}, {99.75, 100}})->bitmap()->pixels.at(std::size_t{99} * 4),
             254);
 }
 
-/// What Lanczos with three lobes makes of these samples around `centre`, at `step` from the next.
+/// The Lanczos filter with three lobes at `centre`, for results that are `step` samples apart.
 double lanczos(const Data& samples, double centre, double step) {
   const auto sinc = [](double x) { return x == 0 ? 1 : std::sin(x) / x; };
   const Side side = std::ssize(samples);
@@ -166,7 +166,7 @@ TEST(Image, IsScaledByOneFilterAtAnyLength) {
   for (const auto& [width, height, from, newWidth, newHeight] :
        {Case{50, 30, {{}, {50, 30}}, 20, 50},
         {50, 40, {{10.25, 5.5}, {20.05, 8.95}}, 20, 9},
-        {1'500, 800, {{}, {1'500, 800}}, 400, 150},  // in two halves
+        {1'500, 800, {{}, {1'500, 800}}, 400, 150},  // in two parts
         {900, 700, {{100, 100.5}, {500, 500}}, 1'300, 1'000},
         {70 * k, 4, {{}, {70 * k, 4}}, 7 * k, 4},
         {2, 66 * k, {{0, 12000.5}, {2, 40000}}, 3, 33 * k},

@@ -51,7 +51,7 @@ TEST(Arithmetic, KeepsWhatFits) {
   EXPECT_EQ(truncated(-2.9F), -2);
 }
 
-/// Runs `body` with standard output, which holds text back, going where a death test looks.
+/// Runs `body` with standard output redirected to standard error, which a death test reads.
 template <typename Body>
 void withObservedOutput(Body body) {
   std::fflush(stdout);
@@ -70,7 +70,7 @@ TEST_F(Fatal, LetsHeldBackOutputOut) {
   EXPECT_DEATH(withObservedOutput(fail), testing::Eq("Fatal error: text\nheld back"));
   EXPECT_DEATH(withObservedOutput([=] { logLong("logged"), fail(); }),
                testing::ContainsRegex("logged\n.*held back$"));
-#if !defined(__SANITIZE_THREAD__)  // whose abort() flushes too
+#if !defined(__SANITIZE_THREAD__)  // its abort() flushes, too
   const auto failUnread = [=] {
     const Output output(true);
     for (int i = 0; i < 5; ++i) logLong("");
@@ -126,7 +126,7 @@ TEST(Log, DropsLinesWhileNobodyReads) {
   logLine("end");
   EXPECT_TRUE(output.awaitLine("end"));
   const std::vector<std::string>& lines = output.lines();
-  EXPECT_TRUE(lines.size() > 1'040 && lines.size() < 1'300);  // 1 MB, and what the pipe holds
+  EXPECT_TRUE(lines.size() > 1'040 && lines.size() < 1'300);  // 1 MB, and the contents of the pipe
   EXPECT_TRUE(std::is_sorted(lines.begin(), lines.end()));
   for (std::size_t i = 0; i < 1'000; ++i) EXPECT_EQ(lines[i].size(), 1'004);
 }

@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
-# Sends video, audio and PINs from one process to another, and compares what arrives with what was
-# sent: MediaTest.sh MEDIASEND MEDIARECEIVE DEMO. The demo's second process is the receiver of images.
+# Sends video, audio and PINs from one process to another and compares the received with the sent
+# files: MediaTest.sh MEDIASEND MEDIARECEIVE DEMO. The demo's receiver answers the PINs.
 set -uo pipefail
 
 sender=$(realpath "$1") receiver=$(realpath "$2") demo=$(realpath "$3")
@@ -12,7 +12,7 @@ littleEndian() { # NUMBER BYTES
   for ((i = 0; i < $2; ++i)); do printf '%b' "\\x$(printf %02x $(($1 >> 8 * i & 255)))"; done
 }
 
-# Standard input as the samples of a WAV file.
+# Writes a WAV file with standard input as its samples.
 wav() {
   cat >samples
   local size
@@ -23,7 +23,7 @@ wav() {
   cat samples
 }
 
-# Standard input as a segment, of the kind given, of a picture.
+# Writes a picture with standard input as a segment with this marker.
 picture() { # MARKER
   cat >segment
   local size
@@ -36,11 +36,11 @@ picture() { # MARKER
 application=e1 comment=fe
 repeated() { printf "%$1s" '' | tr ' ' "$2"; }
 
-# A thumbnail ends no picture, an end marker in a comment neither; padding is none of a picture.
+# End markers in a thumbnail or a comment do not end a picture. Padding belongs to no picture.
 cp "$seeds/420.jpg" sent-1.jpg
 picture $application <"$seeds/422.jpg" >sent-2.jpg
 head -c 60000 /dev/urandom | picture $comment >sent-3.jpg
-# In pieces of 16 bytes the second one begins where the comment has a message, or separators.
+# In chunks of 16 bytes, the second chunk begins at the comment's message or separators.
 printf '0123456789stop|abcdefghijk' | picture $comment >sent-4.jpg
 printf '0123456789videoframe|1|x|y' | picture $comment >sent-5.jpg
 { printf 0123456789 && repeated 40 '|'; } | picture $comment >sent-6.jpg
@@ -48,7 +48,7 @@ printf '0123456789videoframe|1|x|y' | picture $comment >sent-5.jpg
   >pictures.mjpeg
 cat sent-[456].jpg >messages.mjpeg
 
-# All six pictures, as frames of a new receiver.
+# Sends all six pictures as frames to a new receiver.
 sendPictures() {
   rm -rf frames && mkdir frames
   start "$receiver" video frames --port PORT
@@ -59,7 +59,7 @@ sendPictures() {
 }
 
 mkdir recordings full
-for _ in {1..3}; do # a busy machine may lose a datagram, which nobody sends again
+for _ in {1..3}; do # a busy machine may lose a datagram, which is not sent again
   sendPictures && break
   kill "$process"
 done
@@ -67,7 +67,7 @@ for i in {1..6}; do check cmp "sent-$i.jpg" "frames/frame-00000$i.jpg"; done
 check complains 1 "$receiver" video frames --port "$port"
 check complains 1 "$receiver" audio frames --port "$port"
 
-# An input that stalls, and the end by a signal.
+# An input that stalls, and a sender that ends at a signal.
 mkfifo stalled
 exec {stalled}<>stalled
 cat sent-1.jpg >&"$stalled"
@@ -82,7 +82,7 @@ check grep -q 'sent frames: 1' said
 head -c 12 /dev/zero >&"$stalled"
 check complains 1 "$sender" audio 127.0.0.1 stalled
 
-# Numbers that do not come, and the end by a signal.
+# Missing frame numbers, and a receiver that ends at a signal.
 exec {peer}>"/dev/udp/127.0.0.1/$port"
 for message in start 'videoframe|2|x|3' abc 'videoframe|5|x|3' def; do
   printf %s "$message" >&"$peer"
@@ -96,13 +96,13 @@ check isSaid 'the stream stops'
 check isSaid 'saved frames: 9, missing: 3'
 check test "$(ls -A frames | wc -l)" = 9
 
-# No more than the system holds for a receiver that is kept waiting.
+# Files that fit into the system's receive buffer, in case the receiver has to wait.
 head -c 100000 /dev/urandom | wav >sent-1.wav
 { head -c 5000 /dev/zero && repeated 4000 '|' && repeated 99 x && repeated 3000 '~'; } | wav >sent-2.wav
-# In pieces of 44 bytes the second one begins where the header ends.
+# In chunks of 44 bytes, the second chunk begins where the header ends.
 printf 'recorded|7|x|%s' "$(repeated 31 y)" | wav >sent-3.wav
 printf 'wave|1|a|2|b|%s' "$(repeated 31 3)" | wav >sent-4.wav
-# Names that are taken, by a file or by a link to nowhere.
+# Names that are taken by a file or by a dangling link.
 echo kept >recordings/recording-0001.wav
 ln -s ../elsewhere recordings/recording-0002.wav
 start "$receiver" audio recordings --port PORT --count 4
@@ -116,14 +116,14 @@ for i in {1..4}; do check cmp "sent-$i.wav" "recordings/recording-000$((i + 2)).
 check grep -qx kept recordings/recording-0001.wav
 check test ! -e elsewhere
 
-# A disk that is full leaves nothing.
+# On a full disk, no file remains.
 start bash -c 'trap "" XFSZ; ulimit -f 8; exec "$@"' limited "$receiver" audio full --port PORT
 check "$sender" audio 127.0.0.1 sent-1.wav --port "$port" &>said
 check endsWith 1
 check isSaid 'cannot write to full'
 check test -z "$(ls -A full)"
 
-check complains 1 "$sender" pin 127.0.0.1 5183 --port "$port" # nobody is there
+check complains 1 "$sender" pin 127.0.0.1 5183 --port "$port" # no receiver is running
 start "$demo" --receive PORT --output "$work"
 check waitFor "$sender" pin 127.0.0.1 5183 --port "$port" &>said
 check complains 1 "$sender" pin 127.0.0.1 0000 --port "$port"

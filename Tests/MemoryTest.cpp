@@ -4,14 +4,13 @@
 #include "Tests/Shortage.hpp"
 #include "Tests/Stream.hpp"
 
-// Each allocation on the way of an object fails once: the process lives, and the next object
-// arrives whole.
+// Makes each allocation for an object fail in turn. The next object must arrive whole.
 
 namespace tarnwick::test {
 
-std::deque<Data> waiting;  // what a receiver's endpoint holds, as if it had come
+std::deque<Data> waiting;  // the datagrams that recieve() returns
 
-/// Whether the n-th allocation of `act`, or of what it starts until `isOver`, came and failed.
+/// Makes the n-th allocation from `act` until `isOver` fail. Returns false if there are fewer.
 bool fails(std::int64_t n, auto act, auto isOver) {
   const int before = failedAllocations;
   allocationsUntilFailure = n - 1;
@@ -21,7 +20,7 @@ bool fails(std::int64_t n, auto act, auto isOver) {
   return failedAllocations != before && !testing::Test::HasFailure();
 }
 
-// In place of UDPServer::recieve() and UDPServer::clearRxQueue().
+// Replace UDPServer::recieve() and UDPServer::clearRxQueue().
 std::optional<Data> recieve(UDPServer*) asm("__wrap__ZN8tarnwick9UDPServer7recieveEv");
 std::optional<Data> recieve(UDPServer*) {
   std::optional<Data> datagram(std::move(waiting.front()));
@@ -50,9 +49,9 @@ TYPED_TEST_SUITE(Memory, Kinds);
 TYPED_TEST(Memory, RunsOutForAReceiver) {
   this->application->onObject = [] { allocationsUntilFailure = -1; };
   const auto isOver = [this, owners = this->receiver.use_count()] {
-    return this->receiver.use_count() == owners;  // what was dropped is gone
+    return this->receiver.use_count() == owners;  // no dropped object holds it
   };
-  for (int round = 0; round < 10; ++round) {  // a log line allocates in some of them
+  for (int round = 0; round < 10; ++round) {  // log lines allocate in some rounds only
     std::int64_t n = 0;
     do {
       this->say(3);
@@ -61,7 +60,7 @@ TYPED_TEST(Memory, RunsOutForAReceiver) {
       if (arrived == smallObject<TypeParam>(2)) arrived = this->application->objects.await();
       EXPECT_EQ(arrived, smallObject<TypeParam>(3)) << n;
       this->say(1);
-      waiting.pop_back();  // in progress: the bytes of the next object must not complete it
+      waiting.pop_back();  // stays incomplete: later bytes must not complete it
       this->hear();
       this->say(2);
     } while (fails(
@@ -73,7 +72,7 @@ using ImageMemory = Memory<RxImageUDP>;
 TEST_F(ImageMemory, IsFreedByTheEnd) {
   waiting.push_back(bytes("End"));
   say(1);
-  std::ignore = receiver->processMessageForResponse();  // of "End" alone
+  std::ignore = receiver->processMessageForResponse();  // handles "End"
   EXPECT_TRUE(waiting.empty());
 }
 
@@ -83,7 +82,7 @@ TEST(SenderMemory, RunsOut) {
   sender->beginOperation();
   EXPECT_EQ(peer.hearText(), "starting");
   std::int64_t n = 0;
-  int lonelyHeaders = 0;  // at most one: when the client's queue itself lacks memory for the bytes
+  int lonelyHeaders = 0;  // at most one: the client's queue had no memory for the bytes
   std::shared_ptr<NSImage> image;
   const auto send = [&](CGFloat number) {
     try {
@@ -106,7 +105,7 @@ TEST(SenderMemory, RunsOut) {
 
 TEST(Image, IsAbsentOrAsItWasWhenMemoryIsShort) {
   const auto source = NSImage::fromBitmap(picture(40, 30)), target = NSImage::create({10, 20}),
-             large = NSImage::fromBitmap(picture(1025, 1024));  // scaled in two halves
+             large = NSImage::fromBitmap(picture(1025, 1024));  // scaled in two parts
   const Data file = *source->pngRepresentation(), before = target->bitmap()->pixels;
   const CGSize size{7, 9};
   const CGRect area{{}, size};
@@ -115,7 +114,7 @@ TEST(Image, IsAbsentOrAsItWasWhenMemoryIsShort) {
   const auto encode = [&] { encoded = source->jpegRepresentation(0.5F); };
   const auto draw = [&] { target->draw(*source, {{}, {20, 10}}, area), image = target; };
   int thrown = 0;
-  /// Calls `make` with one allocation failing after so many others; whether it needs no more.
+  /// Makes the allocation after the first `allocations` fail. Returns true if `make` needs no more.
   const auto isMade = [&](const auto& make, std::int64_t allocations) {
     allocationsUntilFailure = allocations;
     try {
@@ -126,7 +125,7 @@ TEST(Image, IsAbsentOrAsItWasWhenMemoryIsShort) {
     return allocationsUntilFailure.exchange(-1) >= 0;
   };
   for (const auto& [make, mayThrow] : std::vector<std::pair<std::function<void()>, int>>{
-           {[&] { image = NSImage::create(size); }, 1},  // without memory for the object itself
+           {[&] { image = NSImage::create(size); }, 1},  // if the object itself has no memory
            {[&] { image = crop(*source, area); }, 1},
            {[&] { image = resize(*source, size); }, 1},
            {[&] { image = resize(*large, size); }, 1},
@@ -145,7 +144,7 @@ TEST(Image, IsAbsentOrAsItWasWhenMemoryIsShort) {
     }
     EXPECT_LE(thrown, mayThrow);
   }
-  EXPECT_TRUE(isMade(encode, 1));  // a copy of the last file
+  EXPECT_TRUE(isMade(encode, 1));  // copies the cached file
 }
 
 }  // namespace tarnwick::test

@@ -7,8 +7,8 @@
 
 namespace tarnwick::test {
 
-/// An opaque picture whose blue rises across, green down and red both ways; it looks the same at
-/// every size, so that scaling one must give another.
+/// An opaque gradient: blue rises to the right, green downwards, red in both directions. It looks
+/// the same at every size, so a scaled gradient must look like a new one of that size.
 inline Bitmap gradient(std::int64_t width, std::int64_t height) {
   const auto level = [](std::int64_t position, std::int64_t side) {
     return (static_cast<double>(position) + 0.5) / static_cast<double>(side) * 255;
@@ -25,8 +25,8 @@ inline Bitmap gradient(std::int64_t width, std::int64_t height) {
   return bitmap;
 }
 
-/// The gradient with noise and dark lines, and red, green, blue and white in the corners (top left
-/// and right, bottom left and right), so that a turned axis or a swapped channel shows.
+/// The gradient with noise, dark lines and coloured corners, which show turned axes and swapped
+/// channels: red and green at the top, blue and white at the bottom.
 inline Bitmap picture(std::int64_t width, std::int64_t height) {
   constexpr std::uint8_t corners[][3]{{0, 0, 255}, {0, 255, 0}, {255, 0, 0}, {255, 255, 255}};
   Bitmap bitmap = gradient(width, height);
@@ -56,7 +56,6 @@ inline Bitmap plain(std::int64_t width, std::int64_t height, std::uint8_t value)
   return {width, height, Data(static_cast<std::size_t>(width * height * 4), value)};
 }
 
-/// The picture, with every alpha there is.
 inline Bitmap translucent(std::int64_t width, std::int64_t height) {
   Bitmap bitmap = picture(width, height);
   for (std::size_t i = 3; i < bitmap.pixels.size(); i += 4) {
@@ -65,8 +64,7 @@ inline Bitmap translucent(std::int64_t width, std::int64_t height) {
   return bitmap;
 }
 
-/// How alike the colours of two pictures of the same sides are, in decibels; infinite when equal,
-/// below zero when the sides differ.
+/// The peak signal-to-noise ratio of the colours in decibels; -1 if the sizes differ.
 inline double psnr(const Bitmap& left, const Bitmap& right) {
   if (left.width != right.width || left.height != right.height) return -1;
   double sum = 0;
@@ -78,13 +76,12 @@ inline double psnr(const Bitmap& left, const Bitmap& right) {
   return 10 * std::log10(255 * 255 * samples / sum);
 }
 
-/// `file` with `count` more bytes from `position` on.
 inline Data stuffed(Data file, std::size_t position, std::size_t count) {
   file.insert(file.begin() + static_cast<std::ptrdiff_t>(position), count, 0x5A);
   return file;
 }
 
-/// The place of the header segment of a JPEG file that has this marker.
+/// The position of the first segment with this marker in a JPEG file.
 inline std::size_t segment(const Data& file, int marker) {
   std::size_t position = 2;
   while (file.at(position + 1) != marker) {
@@ -93,8 +90,8 @@ inline std::size_t segment(const Data& file, int marker) {
   return position;
 }
 
-/// A grey JPEG file of `count` components, one sample each, whose codes are all zero bits. With
-/// `scans`, a progressive one, which is complete when it has more scans than components.
+/// A grey JPEG file of `count` components without subsampling, coded in zero bits only. It is
+/// progressive if `scans` > 0, and then complete if `scans` > `count`.
 inline Data greyJPEG(int count, int width, int height, int scans = 0) {
   Data file;
   const auto add = [&](const std::vector<int>& more, std::size_t zeros = 0) {
@@ -102,8 +99,8 @@ inline Data greyJPEG(int count, int width, int height, int scans = 0) {
     file.resize(file.size() + zeros);
   };
   add({0xFF, 0xD8, 0xFF, 0xDB, 0, 67}, 65);
-  add({0xFF, 0xC4, 0, 20, 0x00, 1}, 16);  // a difference of no bits
-  add({0xFF, 0xC4, 0, 20, 0x10, 1}, 16);  // the end of a block
+  add({0xFF, 0xC4, 0, 20, 0x00, 1}, 16);  // one code: no difference
+  add({0xFF, 0xC4, 0, 20, 0x10, 1}, 16);  // one code: end of block
   add({0xFF, scans > 0 ? 0xC2 : 0xC0, 0, 8 + 3 * count, 8, height / 256, height % 256});
   add({width / 256, width % 256, count});
   for (int id = 1; id <= count; ++id) add({id, 0x11, 0});
@@ -114,7 +111,7 @@ inline Data greyJPEG(int count, int width, int height, int scans = 0) {
   const std::size_t codes = blocks * static_cast<std::size_t>(scans > 0 ? count : 2 * count);
   add({0, scans > 0 ? 0 : 63, 0}, codes / 8 + 1);
   int left = scans - 1;
-  for (int id = 1; id <= count; ++id) {  // a coefficient a scan, then what is left of them in one
+  for (int id = 1; id <= count; ++id) {  // one coefficient per scan, the rest in the last scan
     const int parts = std::min(63, left - (count - id));
     for (int part = 1; part <= parts; ++part, --left) {
       add({0xFF, 0xDA, 0, 8, 1, id, 0, part, part < parts ? part : 63, 0}, blocks / 8 + 1);

@@ -12,8 +12,7 @@
 
 namespace tarnwick::test {
 
-// What is read as text and as numbers, and what is not: see Fuzzing/FuzzText.cpp and its seeds,
-// whose texts are lines.
+// Fuzzing/FuzzText.cpp and its seeds test which texts and numbers are valid.
 
 struct Comma : std::numpunct<char> {
   [[nodiscard]] char do_decimal_point() const override { return ','; }
@@ -22,7 +21,7 @@ struct Comma : std::numpunct<char> {
 TEST(Text, ReadsAndWritesNumbersAlikeInEveryLocale) {
   std::locale::global(std::locale(std::locale(), std::make_unique<Comma>().release()));
   for (const char* name : {"de_DE.UTF-8", "fr_FR.UTF-8", "nl_NL.UTF-8"}) {
-    if (std::setlocale(LC_ALL, name) != nullptr) break;  // where the system has one
+    if (std::setlocale(LC_ALL, name) != nullptr) break;  // if installed
   }
   EXPECT_EQ(parseFloat("-1.5e3"), -1500.0F);
   EXPECT_EQ(parseFloat("1,5"), std::nullopt);
@@ -81,7 +80,7 @@ TEST(DataStore, LetsALaterStreamTakeThePlaceOfTheLargestEarlierOne) {
     for (std::size_t i = 0; i < half / 65'536; ++i) store.keep(Data(65'536));
     EXPECT_EQ(store.keptBytes(), DataStore::mostBytes);
     std::ignore = store.room(kilobyte);
-    store.keep(Data(4 * kilobyte));  // in place of one of the fewer that are larger together
+    store.keep(Data(4 * kilobyte));  // replaces one of the class with the largest total
     EXPECT_EQ(store.keptBytes(), DataStore::mostBytes - 61 * kilobyte);
     for (std::size_t i = 1; i < half / 65'536; ++i) {
       EXPECT_EQ(store.room(65'500).capacity(), 65'536U);
@@ -103,12 +102,12 @@ struct MainQueue : testing::Test {
 
   static constexpr std::chrono::milliseconds pause{30};
   DispatchQueue& queue = DispatchQueue::main();
-  std::vector<int> order;  // unguarded: two blocks at once would be a race
+  std::vector<int> order;  // no lock: concurrent blocks would be a data race
 };
 
 TEST_F(MainQueue, RunsWhatWaitsInOrderAndLeavesTheRest) {
   queue.async([&] {
-    EXPECT_FALSE(isReadable());  // although the next one waits, which this drain() runs
+    EXPECT_FALSE(isReadable());  // although a block waits: this drain() runs it
     queue.async(mark(2));
     EXPECT_TRUE(isReadable());
     EXPECT_EQ(queue.drain(), 0U);
@@ -124,7 +123,7 @@ TEST_F(MainQueue, RunsWhatWaitsInOrderAndLeavesTheRest) {
   EXPECT_EQ(queue.drain(), 0U);
   EXPECT_EQ(order, (std::vector{0, 1, 2}));
   queue.async(mark(3));
-  char taken = 0;  // by an application that reads what it should only watch
+  char taken = 0;  // as by an application that wrongly reads from it
   EXPECT_EQ(read(queue.fileDescriptor(), &taken, 1), 1);
   EXPECT_EQ(queue.drain(), 1U);
 }
@@ -138,7 +137,7 @@ TEST_F(MainQueue, LetsAnExceptionPassAndKeepsTheRest) {
 }
 
 TEST_F(MainQueue, ChangesNothingWhenNoMemoryIsLeft) {
-  for (int i = 0; i < 100; ++i) {  // only some of them need memory
+  for (int i = 0; i < 100; ++i) {  // async() allocates in some rounds only
     isMemoryLeft = false;
     try {
       queue.async([] {});
@@ -156,7 +155,7 @@ TEST_F(MainQueue, RunsUntilStopped) {
   DispatchSemaphore ran;
   std::thread runner([this] { queue.run(); });
   for (int i = 0; i < 3; ++i) {
-    std::this_thread::sleep_for(pause);  // then it most likely waits
+    std::this_thread::sleep_for(pause);  // until it probably waits
     queue.async([&] { ran.signal(); });
     EXPECT_TRUE(ran.wait(deadline));
   }

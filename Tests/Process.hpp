@@ -8,18 +8,17 @@
 
 namespace tarnwick::test {
 
-/// In megabytes: less is no growth. The sanitizers hold more back for themselves.
+/// In megabytes. Smaller increases are ignored. The sanitizers need more memory themselves.
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
 inline constexpr std::int64_t notableGrowth = 128;
 #else
 inline constexpr std::int64_t notableGrowth = 32;
 #endif
 
-/// What this process holds, as /proc tells it.
+/// The resources of this process, from /proc.
 struct Holdings {
   std::int64_t descriptors = 0, threads = 0, megabytes = 0;
 
-  /// Whether it is more than before.
   [[nodiscard]] bool exceed(const Holdings& before, std::int64_t allowance = notableGrowth) const {
     return descriptors > before.descriptors || threads > before.threads ||
            megabytes > before.megabytes + allowance;
@@ -44,7 +43,7 @@ inline Holdings holdings() {
   return {entries("/proc/self/fd") - 1, entries("/proc/self/task"), residentBytes() / 1'000'000};
 }
 
-/// How many datagrams the system has dropped at a port for want of room.
+/// The number of datagrams that the system has dropped at a port because its buffer was full.
 inline std::int64_t droppedAt(std::uint16_t port) {
   std::ifstream table("/proc/net/udp");
   std::int64_t dropped = 0;
@@ -52,8 +51,8 @@ inline std::int64_t droppedAt(std::uint16_t port) {
     std::istringstream row(line);
     std::string field, address;
     row >> field >> address;
-    while (row >> field) continue;                                  // the last one counts them
-    const std::string hex = address.substr(address.find(':') + 1);  // no number in the header
+    while (row >> field) continue;                                  // ends with the last: the drops
+    const std::string hex = address.substr(address.find(':') + 1);  // 0 for the header
     if (std::strtol(hex.c_str(), nullptr, 16) == port) dropped += std::stoll(field);
   }
   return dropped;

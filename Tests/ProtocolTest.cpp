@@ -6,13 +6,13 @@
 
 #include "Tests/Stream.hpp"
 
-// The tables of Tests/Vectors, most of which Documentation/Protocol.md shows.
+// Runs the tables of Tests/Vectors. Documentation/Protocol.md shows most of them.
 
 namespace tarnwick::test {
 
 using Params = std::vector<std::string>;
 
-/// The lines of a table that are no comment, each as so many words; the last is the line's rest.
+/// The rows of a table, split into `wordCount` words. The last word is the rest of the line.
 std::vector<std::vector<std::string>> rows(const std::string& table, std::size_t wordCount) {
   std::vector<std::vector<std::string>> rows;
   std::ifstream file(TARNWICK_VECTORS "/" + table + ".txt");
@@ -27,7 +27,7 @@ std::vector<std::vector<std::string>> rows(const std::string& table, std::size_t
   return rows;
 }
 
-/// The bytes that a word stands for: \xHH for one, C{N} for N times the one before, - for none.
+/// The bytes of a word: \xHH is one byte, C{N} repeats C N times, and - is empty.
 Data content(const std::string& word) {
   static const std::regex token(R"(\\x(..)|\{(\d+)\}|.)");
   Data data;
@@ -48,7 +48,7 @@ std::optional<RxResponse> responseNamed(std::string_view name) {
   return rxResponseFromRawValue(static_cast<std::uint8_t>(rawValue));
 }
 
-/// What stands on standard error when the process stops; absent when it does not.
+/// The expected message of a process that stops; absent if it continues.
 std::optional<std::string> failure(const std::string& outcome) {
   if (!outcome.starts_with("fatal: ")) return std::nullopt;
   return "Fatal error: " + outcome.substr(7) + "\n";

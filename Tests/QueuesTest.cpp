@@ -5,7 +5,7 @@
 
 namespace tarnwick::test {
 
-/// Long enough for most of what must not happen to happen, if it can.
+/// How long a test waits for an event that must not happen.
 constexpr std::chrono::milliseconds moment{30};
 
 struct Work : NSOperation {
@@ -15,7 +15,7 @@ struct Work : NSOperation {
   const std::function<void(Work&)> body;
 };
 
-/// Notes each change of Executing and Finished with the value before (<) and after (>).
+/// Notes the value of Executing and Finished before (<) and after (>) each change.
 void observe(NSOperation& operation, std::string& notes) {
   operation.addObserver([&](const NSOperation& changed, std::string_view key, auto change) {
     const bool value = key == "isFinished" ? changed.isFinished() : changed.isExecuting();
@@ -47,14 +47,14 @@ struct OperationQueue : testing::Test {
     const auto work = std::make_shared<Work>([run = std::move(body)](Work& running) {
       isMemoryLeft = true;
       run(running);
-      isMemoryLeft = false;  // what a worker does between the operations needs none
+      isMemoryLeft = false;  // between operations a worker must not allocate
     });
     work->addObserver([](auto&&...) {});
     added.emplace_back(work);
     queue->addOperation(work);
   }
 
-  /// Whether all operations that were added have been released; waited for.
+  /// Waits until all added operations are released. Returns false after the deadline.
   bool isIdle() {
     const auto isReleased = [](const auto& work) { return work.expired(); };
     return eventually([&] { return std::ranges::all_of(added, isReleased); });
@@ -70,7 +70,7 @@ struct OperationQueue : testing::Test {
 
 TEST_F(OperationQueue, HoldsThePlaceUntilTheEndIsReportedAndReleasesBeforeTheNext) {
   const std::weak_ptr<NSOperation> operation = pending;
-  // The block holds its own operation, and must not keep it.
+  // The block holds its own operation. This cycle must not keep the operation alive.
   pending->setCompletionBlock([this, own = pending, tester = std::this_thread::get_id()] {
     EXPECT_NE(std::this_thread::get_id(), tester);
     ++completions;
@@ -102,7 +102,7 @@ TEST_F(OperationQueue, CancelsWhatWaitsAndWhatRuns) {
 TEST_F(OperationQueue, OutlivesItsLastReference) {
   queue->addOperation(pending);
   for (int i = 0; i < 3; ++i) add([&](Work&) { done.signal(); });
-  // The queue's own thread runs and releases the block, which is the last to hold the queue.
+  // The block holds the last reference to the queue. The queue's own thread drops it.
   pending->setCompletionBlock([this, last = std::exchange(queue, nullptr)] { ++completions; });
   for (int i = 0; i < 2; ++i) pending->finish(true);
   for (int i = 0; i < 3; ++i) EXPECT_TRUE(done.wait(deadline));
@@ -111,7 +111,7 @@ TEST_F(OperationQueue, OutlivesItsLastReference) {
 
 TEST_F(OperationQueue, RunsInOrderAsManyAtOnceAsItMay) {
   for (const bool isLoweredWhileTwoRun : {true, false}) {
-    queue->setMaxConcurrentOperationCount(2);  // also orders what follows behind the last round
+    queue->setMaxConcurrentOperationCount(2);  // also synchronises with the last round
     std::atomic<bool> mayEnd = false;
     std::atomic<int> next = 0;
     for (int i = 0; i < 2; ++i) {
@@ -164,12 +164,12 @@ TEST_F(OperationQueue, SurvivesAThreadThatCannotBeStartedAndMissingMemory) {
   EXPECT_THROW(queue->addOperation(pending), std::bad_alloc);
   isMemoryLeft = true;
   pending->finish(true);
-  EXPECT_EQ(completions, 1);  // on this thread, as no queue has it
+  EXPECT_EQ(completions, 1);  // on this thread: it is in no queue
   {
     const ThreadShortage shortage;
     for (int i = 0; i < 2; ++i) add([this](Work&) { done.signal(); });
   }
-  queue.reset();  // which tries again
+  queue.reset();  // tries to start threads again
   EXPECT_TRUE(done.wait(deadline) && done.wait(deadline));
 }
 

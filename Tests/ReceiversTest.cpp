@@ -8,7 +8,7 @@ namespace tarnwick::test {
 
 using Params = std::vector<std::string>;
 
-/// The test's thread handles the datagrams, and drains the main queue.
+/// The test's thread handles the datagrams and drains the main queue.
 template <typename Receiver>
 struct Receivers : testing::Test, Receiving<Receiver> {
   static void hear(Receiver& receiver, Data datagram) {
@@ -29,7 +29,7 @@ TYPED_TEST_SUITE(Receivers, Kinds);
 TYPED_TEST(Receivers, AreActiveFromBeginToEnd) {
   EXPECT_THROW(std::ignore = TypeParam::create("r", this->port, 1, nullptr), UDPError);
   EXPECT_FALSE(this->receiver->isActive());
-  for (int run = 1; run <= 2; ++run) {  // the second one hears nothing
+  for (int run = 1; run <= 2; ++run) {  // the second run has no socket
     this->receiver->beginOperation();
     EXPECT_TRUE(this->receiver->isActive());
     EXPECT_THROW(this->receiver->beginOperation(), UDPError);
@@ -48,7 +48,7 @@ TYPED_TEST(Receivers, DeliverOneObjectAtATimeUntilTheEnd) {
   };
   for (const std::int64_t number : {1, 2, 3}) {
     this->announce(number);
-    // The third is in progress then: it goes on. The second waits: it is dropped.
+    // The third is incomplete and continues. The second waits and is dropped.
     if (number == 3) this->receiver->endOperation();
     this->sendBytes();
     if (number != 1) continue;
@@ -79,7 +79,7 @@ TYPED_TEST(Receivers, WorkWithoutADelegate) {
   this->hear(*unheard, smallFile());
   this->hear(*unheard, bytes("stop"));
   DispatchQueue::main().drain();
-  EXPECT_TRUE(eventually([&] { return unheard.use_count() == owners; }));  // once it has worked
+  EXPECT_TRUE(eventually([&] { return unheard.use_count() == owners; }));  // after its operation
 }
 
 TYPED_TEST(Receivers, SplitMessages) {
@@ -114,16 +114,14 @@ TEST_F(ImageReceiver, LogsAnnouncements) {
   EXPECT_EQ(output.lines(), (Params{"New full frame with size 70", last}));
 }
 
-// What any script of calls leads to: see Fuzzing/FuzzFrames.cpp.
-
-/// Size and chunks; whether the buffer is then full, whether corrupt, and what it merges to.
+/// Size, chunks, isFull, isCorrupt and the merged bytes. FuzzFrames.cpp tests other calls.
 using Case = std::tuple<std::int64_t, std::vector<Data>, bool, bool, std::optional<Data>>;
 const std::vector<Case> cases{
     {2, {}, false, false, {}},
     {3, {{1, 2}}, false, false, {}},
     {3, {{1, 2}, {3}}, true, false, {{1, 2, 3}}},
-    {3, {{1, 2}, {3, 4}}, false, true, {}},               // the second one is dropped
-    {3, {{1, 2}, {3, 4}, {5}}, true, true, {{1, 2, 5}}},  // and the third one fits
+    {3, {{1, 2}, {3, 4}}, false, true, {}},               // the second chunk is dropped
+    {3, {{1, 2}, {3, 4}, {5}}, true, true, {{1, 2, 5}}},  // the third one fits
     {2, {{1, 2}, {3}}, true, true, {{1, 2}}},
     {2, {{1, 2}, {}}, true, false, {{1, 2}}},
     {0, {}, false, false, {Data()}},
@@ -143,8 +141,8 @@ void expectCases(const std::string& name, auto bufferOf) {
     EXPECT_EQ(frame.getData(), std::nullopt);  // not merged yet
     frame.mergeChunks();
     EXPECT_EQ(frame.getData(), merged);
-    EXPECT_EQ(frame.getData(), merged);  // a copy
-    frame.mergeChunks();                 // the chunks are gone: zeros
+    EXPECT_EQ(frame.getData(), merged);  // the buffer is copied
+    frame.mergeChunks();                 // the chunks were released: zeros
     EXPECT_EQ(frame.getData(), merged ? std::optional(Data(merged->size())) : std::nullopt);
     if (isCorrupt) lines.push_back("Append chunk overflow - (" + name + ")");
   }

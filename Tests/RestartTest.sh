@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
-# Kills the ends of a stream of images in the middle of a picture, and starts them again:
-# RestartTest.sh ENDLESS [ROUNDS]. The stream has to go on each time, and whoever stays holds no more
-# than before.
+# Kills the sender or the receiver of a stream of images at random times and restarts it:
+# RestartTest.sh ENDLESS [ROUNDS]. The stream must resume each time, and the process that keeps
+# running must not grow.
 set -uo pipefail
 
 endless=$(realpath "$1") rounds=${2:-100}
@@ -12,7 +12,7 @@ findPort
 start() { # send|receive
   "$endless" "$1" "$port" >>"$([[ $1 == receive ]] && echo arrived.log || echo /dev/null)" &
   pids[$1]=$!
-  processes=("${pids[@]}") # and no more: the numbers of those that are gone may be somebody else's
+  processes=("${pids[@]}") # only these: the IDs of ended processes may be in use again
 }
 killed() { # send|receive
   kill -KILL "${pids[$1]}"
@@ -26,14 +26,14 @@ holdings() { # PID: descriptors, threads, kB
   ls "/proc/$1/task" | wc -l
   awk '/VmRSS/ { print $2 }' "/proc/$1/status"
 }
-holdsNoMore() { # PID, and what holdings said before
+holdsNoMore() { # PID and its earlier holdings
   local now
   mapfile -t now < <(holdings "$1")
   echo "process $1 held $2 $3 $4, holds ${now[*]}"
   ((now[0] <= $2 && now[1] <= $3 && now[2] <= $4 + 16000))
 }
-# Kills some and starts them again, many times; the one that is named first, if any, stays. After the
-# first time it has surely worked, and holds what it needs for that.
+# Kills and restarts processes many times. The first argument names the process that keeps running,
+# if any. It must not grow after the first round, in which it allocates what it needs.
 rounds() { # STAYS|'' KILLED...
   local stays=$1 round before
   shift

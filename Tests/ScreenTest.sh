@@ -1,14 +1,14 @@
 #!/usr/bin/env bash
-# Shares the desktop of one X server with a viewer on another over 127.0.0.1 and compares the two:
+# Shares the desktop of one X server with a viewer on another over 127.0.0.1 and compares both:
 # ScreenTest.sh SCREENSHARE SCREENVIEW DISPLAYS RECEIVEPICTURES [SCREENSHOT.png]
 set -uo pipefail
 screenshare=$(realpath "$1") screenview=$(realpath "$2") displays=$(realpath "$3")
 receivepictures=$(realpath "$4") screenshot=$(realpath "${5:-/dev/null}")
 . "$(dirname "$0")/Support.sh"
 
-alike=30 # decibels: JPEG at the default quality has 34 and more, a window out of place below 20
+alike=30 # decibels: at least 34 for JPEG at the default quality, under 20 with a misplaced window
 
-# An X server on a display number that it finds itself: its name in $display.
+# Starts an X server on a free display number. Its name is in $display.
 startServer() {
   Xvfb -displayfd 3 -screen 0 1024x640x24 -nolisten tcp -noreset 3>display &>xvfb.log &
   server=$!
@@ -24,7 +24,7 @@ startSharer() {
   processes+=("$sharer")
 }
 
-# Without the drivers for 3D, in which sanitizers find races; what others leave behind is not ours.
+# Avoids 3D drivers, in which sanitizers find races, and ignores leaks in other libraries.
 startViewer() {
   ASAN_OPTIONS=detect_leaks=0 DISPLAY=$wall SDL_RENDER_DRIVER=software SDL_FRAMEBUFFER_ACCELERATION=0 \
     "$screenview" --port "$port" --fullscreen &>viewer.log &
@@ -33,20 +33,20 @@ startViewer() {
   waitFor grep -qs 'Receive process running' viewer.log || fail 'the viewer does not start'
 }
 
-# Ends a process as Ctrl-C does, and tells whether that was well.
+# Ends a process with SIGTERM and returns its exit status.
 ends() {
   kill -TERM "$1"
   wait "$1"
 }
 
-# Whether two pictures, or an area of them, are as alike as JPEG lets them be.
+# Whether two pictures, or one area of both, differ no more than JPEG makes them differ.
 isAlike() {
   local similarity
   similarity=$("$displays" compare "$@") &&
     awk -v is="$similarity" -v wanted="$alike" 'BEGIN { exit !(is == "inf" || is >= wanted) }'
 }
 
-# A program on the desktop.
+# Starts a program on the shared desktop.
 show() {
   DISPLAY=$desktop "$@" &>/dev/null &
   processes+=("$!")
@@ -72,21 +72,21 @@ for class in Xmessage XCalc XClock; do waitFor findWindow "$class" || fail "ther
 
 findPort
 startViewer
-startSharer --refresh 3600 # what changes has to come by itself
+startSharer --refresh 3600 # changes must arrive without a refresh
 check waitFor isAlike "$desktop" "$wall"
 for place in '600 120' '520 220' '480 300' '460 420'; do moveTo $place; done
-check waitFor isAlike "$desktop" "$wall" 630 50 150 150 # where it was
+check waitFor isAlike "$desktop" "$wall" 630 50 150 150 # its old place
 check waitFor isAlike "$desktop" "$wall" 460 420 150 150
 check waitFor isAlike "$desktop" "$wall"
 "$displays" save "$wall" "$screenshot"
 
-# A sharer that stops and comes back, when the desktop has another look.
+# A sharer that restarts after the desktop has changed.
 check ends "$sharer"
 moveTo 100 460
 startSharer --refresh 1 --chunk 1400
 check waitFor isAlike "$desktop" "$wall"
 
-# A viewer that comes late, and a smaller picture.
+# A viewer that starts late, and a scaled picture.
 check ends "$viewer"
 startViewer
 check waitFor isAlike "$desktop" "$wall"
@@ -96,7 +96,7 @@ alike=18 check waitFor isAlike "$desktop" "$wall"
 check ends "$viewer"
 check ends "$sharer"
 
-# Into a file, without a window; on a busy machine it may not be all there yet.
+# Saves to a file without a window. On a busy machine the picture may still be incomplete.
 startSharer --refresh 1
 savesAlike() {
   "${limited[@]}" "$screenview" --port "$port" --save saved.png --after 2 >viewer.log &&
@@ -104,14 +104,14 @@ savesAlike() {
 }
 check waitFor savesAlike
 
-# A full disk keeps the picture that was there.
+# On a full disk, the old file remains unchanged.
 cp saved.png before.png
 (trap '' XFSZ && ulimit -f 8 && complains 1 "$screenview" --port "$port" --save saved.png --after 0) ||
   complain 'a full disk is not noticed'
 check cmp before.png saved.png
 check test -z "$(ls -A | grep '^\.new')"
 
-# The guide's receiver puts a screen together, too: late from regions, otherwise from the first picture.
+# The guide's receiver. If it starts late, it assembles the screen from regions.
 saves() { # WIDTH HEIGHT
   echo >&"$silence"
   endsWith 0 && read -r -u "$silence" && hasSides received.png "$@" && isAlike received.png "$desktop"
@@ -120,7 +120,7 @@ savesLate() {
   shared=$port
   start "$receivepictures" "$shared" received.png
   port=$shared
-  sleep 2 # until all regions have come
+  sleep 2 # until all regions have arrived
   saves 1024 640
 }
 check waitFor savesLate
@@ -158,7 +158,7 @@ startServer && wall=$display
 startViewer
 check complains 1 "$screenview" --port "$port" --save saved.png
 
-# A viewer's display that goes away while pictures arrive.
+# The viewer's X server ends while pictures arrive.
 show bash -c 'for ((i = 0;; i = !i)); do xsetroot -solid "#27546$i"; sleep 0.01; done'
 for _ in {1..3}; do
   check waitFor eval '(($(grep -c "^New frame" viewer.log) > 50))'
@@ -166,14 +166,14 @@ for _ in {1..3}; do
   process=$viewer
   check waitFor hasEnded
   wait "$viewer"
-  check test "$?" -lt 128 # and by no signal
+  check test "$?" -lt 128 # not ended by a signal
   check eval '! grep -q Sanitizer viewer.log'
   startServer && wall=$display
   startViewer
 done
 check ends "$viewer"
 
-# A sharer's display that goes away.
+# The sharer's X server ends.
 kill "${processes[0]}"
 wait "$sharer"
 check test "$?" -eq 1

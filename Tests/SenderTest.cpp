@@ -15,7 +15,7 @@ std::shared_ptr<NSImage> image(std::int64_t width, std::int64_t height) {
   return NSImage::fromBitmap(picture(width, height));
 }
 
-/// A sender that has begun, and the peer that it talks to, which has heard "starting".
+/// A running sender and its peer, which has received "starting".
 struct Sending {
   explicit Sending(std::int64_t chunkSize = 65500)
       : sender(TxImageUDP::create("sender", "127.0.0.1", peer.port(), chunkSize)) {
@@ -36,14 +36,14 @@ TEST(Sender, OpensAndClosesTheStream) {
   const auto sender = TxImageUDP::create("sender", "127.0.0.1", peer.port(), 65500);
   EXPECT_FALSE(sender->isActive());
   const auto sent = image(2, 2);
-  sender->send(sent, {}, 1, true, 0.5F);  // leaves once the stream is open
+  sender->send(sent, {}, 1, true, 0.5F);  // sent after beginOperation()
   EXPECT_TRUE(output.awaitLine("frame 1 sent"));
   auto begin = Clock::now();
   sender->beginOperation();
-  EXPECT_GE(Clock::now() - begin, std::chrono::seconds(1));  // for an answer, which does not come
+  EXPECT_GE(Clock::now() - begin, std::chrono::seconds(1));  // no reply arrives
   EXPECT_TRUE(sender->isActive());
   EXPECT_THROW(sender->beginOperation(), UDPError);
-  sender->setIsActive(false);  // which stops nothing
+  sender->setIsActive(false);  // does not stop the stream
   sender->send(sent, {}, 2, true, 0.5F);
   const Data file = *sent->jpegRepresentation(0.5F), header = bytes(headerOf(file));
   for (const Data& expected : {header, file, bytes("starting"), header, file}) {
@@ -70,9 +70,9 @@ TEST(Sender, AnnouncesAndSendsEachImageInOrder) {
   Sending sending;
   using Row = std::tuple<std::shared_ptr<NSImage>, CGRect, std::uint64_t, std::string, float>;
   const std::vector<Row> rows{
-      {image(320, 240), {{nan, 0}, {0, 0}}, 1, "", 0.5F},  // which takes longest
+      {image(320, 240), {{nan, 0}, {0, 0}}, 1, "", 0.5F},  // takes longest to encode
       {image(17, 31), {{12.7, -3.2}, {100, 50.9}}, UINT64_MAX, "|Rect|~12~-3~100~50", 2.0F},
-      {NSImage::create({65501, 1}), {}, 7, "", 0.5F},  // which cannot be encoded
+      {NSImage::create({65501, 1}), {}, 7, "", 0.5F},  // cannot be encoded
       {image(64, 48), {{-0.5, 1e18}, {0, 0}}, 42, "|Rect|~0~1000000000000000000~0~0", -1.0F}};
   for (const auto& [sent, rect, frame, region, factor] : rows) {
     sending.sender->send(sent, rect, frame, region.empty(), factor);
@@ -96,7 +96,7 @@ TEST(Sender, DropsWhatWaitsAtTheEnd) {
   const auto leaving = image(640, 480), large = image(1920, 1080);
   const auto size = std::ssize(*leaving->jpegRepresentation(0.9F));
   Output output;
-  Sending sending(size / 1300);  // at the end, the second image waits behind the first one's pieces
+  Sending sending(size / 1300);  // frame 1 still waits behind frame 0's chunks at the end
   auto headers = std::async(std::launch::async, [&] {
     int count = 0;
     while (const auto datagram = sending.peer.hear(std::chrono::seconds(1))) {
@@ -111,8 +111,8 @@ TEST(Sender, DropsWhatWaitsAtTheEnd) {
   }
   sending.sender->endOperation();
   EXPECT_EQ(headers.get(), 1);
-  EXPECT_TRUE(output.awaitLine("frame 29 sent"));  // on purpose also of what was cancelled
-  EXPECT_LT(output.lines().size(), 60);            // and no "sending" of that
+  EXPECT_TRUE(output.awaitLine("frame 29 sent"));  // by design also for cancelled images
+  EXPECT_LT(output.lines().size(), 60);            // but no "sending" for them
 }
 
 TEST(SendOperation, AnnouncesItsStates) {
@@ -133,7 +133,7 @@ TEST(SendOperation, StopsTheProcessAtWhatCannotBeSent) {
       "Fatal error: Unexpectedly found nil while unwrapping an Optional value\n";
   EXPECT_DEATH(run(nullptr, {}), noBitmap);
   EXPECT_DEATH(run(NSImage::create({0, 0}), {}), noBitmap);
-  // X, Y, width and height are read in this order.
+  // The values are checked in the order x, y, width, height.
   constexpr CGFloat small = -1e19, great = 9223372036854775808.0;
   for (const auto& [rect, reason] : std::initializer_list<std::pair<CGRect, const char*>>{
            {{{nan, great}, {0, 0}}, "it is either infinite or NaN"},

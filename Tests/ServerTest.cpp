@@ -30,13 +30,13 @@ TEST(Server, CutsDatagramsToTheLimit) {
   serving.server->beginOperation();
   const auto receivedSize = [&](std::int64_t limit) {
     serving.server->setBufferLimit(limit);
-    // The pass under way may still have the old limit.
+    // The pass in progress may still use the old limit.
     for (int i = 0; i < 2; ++i) serving.peer.sendBytes(Data(2000));
     std::ignore = serving.await();
     return serving.await().size();
   };
   EXPECT_EQ(receivedSize(1024), 1024);
-  EXPECT_EQ(receivedSize(largest), 1024);  // the buffer is as large as it began
+  EXPECT_EQ(receivedSize(largest), 1024);  // beginOperation() fixed the size of the buffer
   EXPECT_EQ(receivedSize(7), 7);
   EXPECT_EQ(receivedSize(std::numeric_limits<std::int64_t>::min()), 0);
 }
@@ -55,12 +55,12 @@ TEST(Server, RepliesToWhoeverSpokeLast) {
   Output output;
   Serving serving(16);
   serving.responder->answer = [server = serving.server]() -> std::optional<Data> {
-    EXPECT_EQ(prctl(PR_GET_TIMERSLACK), 1);  // the thread is an urgent one
+    EXPECT_EQ(prctl(PR_GET_TIMERSLACK), 1);  // as for a thread of higher priority
     auto datagram = server->recieve();
     if (datagram == bytes("silence")) return std::nullopt;
     if (datagram == bytes("nothing")) return Data();
     if (datagram == bytes("too much")) return Data(70'000);
-    if (datagram == bytes("more")) return pattern(5000);  // beyond its own limit
+    if (datagram == bytes("more")) return pattern(5000);  // longer than the limit
     return datagram;
   };
   Peer second(serving.endpoint.second);

@@ -6,7 +6,7 @@
 
 namespace tarnwick::test {
 
-/// A picture of a desktop or a region of it, and the file that the sender makes of it.
+/// A picture, the JPEG file that a sender makes of it, and the pixels of that file.
 struct Sample {
   std::shared_ptr<NSImage> image;
   Data file, pixels;
@@ -29,7 +29,7 @@ inline const Sample& sample(std::size_t index) {
   return samples[index % samples.size()];
 }
 
-/// What is sent as object `number`, and what the delegate is to be given when all of it arrives.
+/// What the delegate must receive if every chunk of object `number` arrives.
 template <typename Receiver>
 Object object(std::int64_t number) {
   const Sample& content = sample(static_cast<std::size_t>(number));
@@ -38,7 +38,7 @@ Object object(std::int64_t number) {
   return {label(CGRect{{left, 0}, {1, 1}}), content.pixels};
 }
 
-/// Says an object as a peer of one's own would, no faster than a receiver reads.
+/// Sends an object in chunks, slowly enough for a receiver.
 template <typename Receiver>
 void say(Peer& peer, std::int64_t number, std::size_t chunk) {
   const Data& file = sample(static_cast<std::size_t>(number)).file;
@@ -50,7 +50,7 @@ void say(Peer& peer, std::int64_t number, std::size_t chunk) {
   }
 }
 
-/// Who sends objects: a sender for images, and a peer for video and audio.
+/// Sends objects: images with a sender, video and audio with a peer.
 template <typename Receiver>
 class Source {
  public:
@@ -77,10 +77,10 @@ class Source {
     sender_->send(content.image, rect, static_cast<std::uint64_t>(number), false, compression);
   }
 
-  /// How long the last one takes to leave, with a margin.
+  /// The time to send the last object, with a margin.
   [[nodiscard]] std::int64_t milliseconds() const { return sender_ ? 3 + 2 * heldBack_ : 1; }
 
-  /// How many datagrams all of it takes, and how many of them wait for what is sent next.
+  /// The datagrams of all objects, and those that wait until another message is queued.
   [[nodiscard]] std::int64_t datagrams() const { return datagrams_; }
   [[nodiscard]] std::int64_t heldBack() const { return heldBack_; }
 
@@ -91,14 +91,13 @@ class Source {
   std::int64_t datagrams_ = 0, heldBack_ = 0;
 };
 
-/// How it went for the objects of a session.
 struct Counts {
   std::int64_t sent = 0, whole = 0, altered = 0;
-  std::int64_t dropped = 0;  // datagrams, by the system for want of room
-  bool isRight = true;       // what the wire let through arrived, unless the system dropped some
+  std::int64_t dropped = 0;  // datagrams that the system dropped at full buffers
+  bool isRight = true;       // exactly the forwarded objects arrived, if `dropped` is 0
 };
 
-/// Says a last object until it arrives: what arrived before it, or nothing when it never does.
+/// Sends a last object until it arrives. Returns the objects before it; absent if it never arrives.
 template <typename Receiver>
 std::optional<std::vector<Object>> arrivesAfter(std::int64_t last, Arrivals& arrivals,
                                                 std::uint16_t port) {
@@ -114,8 +113,7 @@ std::optional<std::vector<Object>> arrivesAfter(std::int64_t last, Arrivals& arr
   return std::nullopt;
 }
 
-/// Sends objects of all sizes over a faulty wire from their source to a receiver, all made for the
-/// session; the last ten once the wire is healed.
+/// Sends `count` objects over a faulty wire to a receiver, and ten more over the healed wire.
 template <typename Receiver>
 Counts session(std::int64_t count, Faults faults) {
   constexpr std::int64_t mostOnTheWay = 40, healedCount = 10, surelyWhole = 5;
@@ -124,7 +122,7 @@ Counts session(std::int64_t count, Faults faults) {
   FaultyWire<Receiver> wire(end.port, faults, 1);
   std::vector<Object> sent;
   bool isInTime = true;
-  {  // its end says the rest
+  {  // the source's destructor sends the chunks that still wait
     Source<Receiver> source(wire.port(), 1400);
     const auto waitForAllBut = [&](std::int64_t most) {
       isInTime = isInTime && eventually([&] {

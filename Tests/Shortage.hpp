@@ -7,12 +7,11 @@
 #include <cstdlib>
 #include <new>
 
-// Lets memory and threads run short. It replaces the program's operators new and delete, so one
-// source file of a program includes it.
+// Replaces operators new and delete, so only one source file of a program may include it.
 
 namespace tarnwick::test {
 
-/// How many allocations, on any thread, precede one that fails. Below 0 none fails.
+/// The number of allocations, on any thread, before one that fails. Below 0, no allocation fails.
 inline std::atomic<std::int64_t> allocationsUntilFailure = -1;
 
 /// Allocations of this many bytes or more fail.
@@ -23,7 +22,7 @@ inline thread_local bool isMemoryLeft = true;
 
 inline std::atomic<int> failedAllocations = 0;
 
-/// No thread can be started during its lifetime: the default stack is larger than the memory.
+/// No thread can be started during its lifetime: the default stack exceeds the address space.
 class ThreadShortage {
  public:
   ThreadShortage() {

@@ -1,6 +1,5 @@
-// Streams of every kind, ended and begun again at random on both sides and over wires with faults:
-// soak [MINUTES], one if not told otherwise. Says every minute how it went, and fails when the
-// process holds more than after the first tenth, or when a stream does not come back.
+// Restarts streams of every kind at random, also over wires with faults: soak [MINUTES], 1 by
+// default. Fails if the process grows after the first tenth, or if a stream does not resume.
 #include <iomanip>
 #include <iostream>
 
@@ -15,7 +14,7 @@ std::int64_t sent = 0, arrived = 0, restarts = 0;
 
 std::size_t below(std::size_t limit) { return chance() % limit; }
 
-/// One source, and receivers that take turns on its port; whether the last one still delivers.
+/// Runs one source, and receivers in turn on one port. Returns whether the last one delivers.
 template <typename Receiver>
 bool stream() {
   constexpr std::size_t chunks[]{300, 1400, 16000, 65500};
@@ -38,7 +37,7 @@ bool stream() {
     sent += static_cast<std::int64_t>(count);
     isOver = true;
   });
-  while (!isOver) {  // wherever the source is, in the middle of an object or not
+  while (!isOver) {  // also in the middle of an object
     std::this_thread::sleep_for(std::chrono::milliseconds(below(1000)));
     if (below(2) == 0) continue;
     receiver->endOperation();
@@ -75,8 +74,8 @@ int main(int argc, char** argv) {
     std::cerr << said << " minutes: " << sent << " sent, " << arrived << " arrived, " << restarts
               << " restarts; " << holdings().text() << "\n";
   }
-  const bool isEnough = arrived >= sent / 2;  // restarts and faults cost less
-  // A receiver lives until the process ends, and keeps the object that it was in the middle of.
+  const bool isEnough = arrived >= sent / 2;  // restarts and faults lose less
+  // An ended receiver lives until the process ends, with its incomplete object.
   const std::int64_t allowance = notableGrowth + restarts / 10;
   const bool isClean = eventually([&] { return before && !holdings().exceed(*before, allowance); });
   if (!isEnough) std::cerr << "Too little arrives.\n";

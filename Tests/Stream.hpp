@@ -7,7 +7,7 @@
 
 namespace tarnwick::test {
 
-/// What a delegate is told: a number, a rectangle or a word, and a digest of the bytes or pixels.
+/// A call of a delegate: a number, rectangle or word, and a hash of the bytes or pixels.
 struct Object {
   Object(std::string name, const Data& content)
       : label(std::move(name)), digest(std::hash<std::string_view>()(characters(content))) {}
@@ -25,7 +25,7 @@ inline std::string label(const std::optional<CGRect>& bounds) {
          shortestDecimal(size.width) + " " + shortestDecimal(size.height);
 }
 
-/// The delegate of any receiver: keeps what it is given, after a call of `onObject` for an object.
+/// The delegate of any receiver. Calls `onObject` before it stores an object.
 class Arrivals final : public RxVideoUDPDelegate,
                        public RxImageUDPDelegate,
                        public RxAudioUDPDelegate {
@@ -50,7 +50,6 @@ class Arrivals final : public RxVideoUDPDelegate,
   }
 };
 
-/// A receiver and its application.
 template <typename Receiver>
 struct Receiving {
   const std::shared_ptr<Arrivals> application = std::make_shared<Arrivals>();
@@ -60,7 +59,6 @@ struct Receiving {
   const std::uint16_t port = endpoint.second;
 };
 
-/// A receiver that runs, and a peer that talks to it.
 template <typename Receiver>
 struct Running : Receiving<Receiver> {
   Running() { this->receiver->beginOperation(); }
@@ -75,7 +73,7 @@ inline constexpr bool isVideo = std::same_as<Receiver, RxVideoUDP>;
 template <typename Receiver>
 inline constexpr bool isImage = std::same_as<Receiver, RxImageUDP>;
 
-/// The text that announces an object; an image's number becomes its rectangle's left side.
+/// The announcement of an object. An image's number is the left side of its rectangle.
 template <typename Receiver>
 std::string announcement(std::int64_t number, std::size_t size) {
   const std::string n = std::to_string(number), bytes = std::to_string(size);
@@ -83,7 +81,7 @@ std::string announcement(std::int64_t number, std::size_t size) {
   return (isVideo<Receiver> ? "videoframe|" : "recorded|") + n + "|size|" + bytes;
 }
 
-/// A file that is an object of each kind, and what its delegate is told for it.
+/// A small PNG file, which tests send as an object of each kind.
 inline const Data& smallFile() {
   static const Data file = NSImage::create({1, 1})->pngRepresentation().value();
   return file;
@@ -94,7 +92,7 @@ Object smallObject(std::int64_t number) {
   return {label(CGRect{{static_cast<CGFloat>(number), 0}, {1, 1}}), {0, 0, 0, 0}};
 }
 
-/// Whether an operation announces its states in order. Cancelled once it works, it goes on.
+/// Whether an operation announces its states in order, and continues if cancelled while it runs.
 inline bool announcesStates(NSOperation& operation, bool isCancelled) {
   std::string states;
   if (isCancelled) operation.cancel();
@@ -107,8 +105,7 @@ inline bool announcesStates(NSOperation& operation, bool isCancelled) {
   return states == (isCancelled ? "done" : "executing idle done");
 }
 
-/// Whether a datagram stops a receiver by design: a text without a field, a number that is none, a
-/// coordinate that fits no integer.
+/// Whether a datagram stops the process by design: no field, or an invalid or too large number.
 template <typename Receiver>
 bool stops(const Data& datagram) {
   const std::string_view text = characters(datagram);
@@ -118,7 +115,7 @@ bool stops(const Data& datagram) {
   const auto isInteger = [](const std::string& param) { return parseInteger(param).has_value(); };
   const auto isTooFar = [](const std::string& param) {
     const float number = parseFloat(param).value_or(0);
-    return !(number >= -0x1p63F && number < 0x1p63F);  // not a number is, too
+    return !(number >= -0x1p63F && number < 0x1p63F);  // also true for NaN
   };
   if (isImage<Receiver>) {
     return params.size() == 5 && isInteger(params[0]) &&
@@ -127,11 +124,11 @@ bool stops(const Data& datagram) {
   return params.size() == 2 && !std::all_of(params.begin(), params.end(), isInteger);
 }
 
-/// What a receiver makes of the datagrams that reach it, in the fewest words.
+/// A short model of a receiver, which predicts the delegate's calls.
 template <typename Receiver>
 class Model {
  public:
-  /// Takes a datagram that stops nothing; what the delegate is told for it.
+  /// Returns the delegate's call for a datagram, if any. The datagram must not be one that stops().
   std::optional<Object> hear(const Data& datagram) {
     const auto [payload, params, response] = Receiver::classify(datagram);
     const bool isStart = response == RxResponse::Start, isStop = response == RxResponse::Stop;

@@ -14,10 +14,10 @@
 
 namespace tarnwick::test {
 
-/// Longer than anything here takes on the slowest machine: passed only when a test fails.
+/// Exceeds every wait of a passing test, even on a slow machine.
 inline constexpr std::chrono::seconds deadline{20};
 
-/// Where one thread leaves what another waits for.
+/// Passes items from one thread to another that waits for them.
 template <typename Item>
 class Mailbox {
  public:
@@ -27,7 +27,7 @@ class Mailbox {
     arrived_.notify_all();
   }
 
-  /// The oldest item, waited for; absent when the deadline has passed.
+  /// Waits for the oldest item. Absent after `limit`.
   std::optional<Item> await(std::chrono::milliseconds limit = deadline) {
     std::unique_lock lock(mutex_);
     if (!arrived_.wait_for(lock, limit, [this] { return !items_.empty(); })) return std::nullopt;
@@ -47,7 +47,7 @@ class Mailbox {
   std::deque<Item> items_;
 };
 
-/// Waits until a condition holds that nobody announces; false when the deadline has passed.
+/// Polls until a condition holds. Returns false after the deadline.
 template <typename Condition>
 bool eventually(Condition holds) {
   const auto end = std::chrono::steady_clock::now() + deadline;
@@ -58,10 +58,10 @@ bool eventually(Condition holds) {
   return true;
 }
 
-/// Takes standard output over for its lifetime and collects it line by line.
+/// Redirects standard output for its lifetime and collects its lines.
 class Output {
  public:
-  /// Reads nothing before beginReading() if it is to block whoever writes.
+  /// If `blocks` is set, nothing is read before beginReading(), and writers block.
   explicit Output(bool blocks = false) : standardOutput_(dup(STDOUT_FILENO)) {
     flushLog();
     std::fflush(stdout);
@@ -78,7 +78,7 @@ class Output {
     dup2(standardOutput_, STDOUT_FILENO);  // closes the pipe, which ends the reader
     close(standardOutput_);
     reader_.join();
-    // What was taken is shown after all: the test's own messages are among it.
+    // Print the collected lines: they include the test's own messages.
     while (const auto line = arriving_.await(std::chrono::milliseconds(0))) lines_.push_back(*line);
     for (const std::string& line : lines_) std::printf("%s\n", line.c_str());
   }
@@ -87,8 +87,7 @@ class Output {
     reader_ = std::thread([this] { read(end_); });
   }
 
-  /// Waits for a line, word for word; false when the deadline has passed. What came before it is
-  /// kept in lines().
+  /// Waits for a line that equals `expected`. Returns false after the deadline.
   bool awaitLine(const std::string& expected) {
     while (auto line = arriving_.await()) {
       lines_.push_back(*line);
@@ -97,7 +96,7 @@ class Output {
     return false;
   }
 
-  /// The lines that awaitLine() has seen.
+  /// The lines that awaitLine() has read.
   [[nodiscard]] const std::vector<std::string>& lines() const { return lines_; }
 
  private:
@@ -141,10 +140,10 @@ inline sockaddr_in loopback(std::uint16_t port) {
   return address;
 }
 
-/// The other machine: a socket on 127.0.0.1 at a port that the kernel handed out.
+/// The other machine: a socket on 127.0.0.1 at a port that the kernel chose.
 class Peer {
  public:
-  /// Talks to `target`, or, when it is 0, to whoever spoke last.
+  /// Sends to `target` until a datagram arrives, then to the source of the last one.
   explicit Peer(std::uint16_t target = 0) : socket_(::socket(AF_INET, SOCK_DGRAM, 0)) {
     sockaddr_in address = loopback(0);
     socklen_t length = sizeof address;
@@ -159,7 +158,6 @@ class Peer {
 
   [[nodiscard]] std::uint16_t port() const { return port_; }
 
-  /// The port that it talks to: that of whoever spoke last.
   [[nodiscard]] std::uint16_t target() const { return ntohs(target_.sin_port); }
 
   void say(std::string_view message) { sendBytes(bytes(message)); }
@@ -169,7 +167,7 @@ class Peer {
            sizeof target_);
   }
 
-  /// The next datagram, waited for; absent when the deadline has passed.
+  /// Waits for the next datagram. Absent after `limit`.
   std::optional<Data> hear(std::chrono::milliseconds limit = deadline) {
     pollfd descriptor{socket_, POLLIN, 0};
     if (poll(&descriptor, 1, static_cast<int>(limit.count())) != 1) return std::nullopt;
@@ -181,13 +179,12 @@ class Peer {
     return data;
   }
 
-  /// The same as text, which reads better where it is compared.
   std::string hearText(std::chrono::milliseconds limit = deadline) {
     const std::optional<Data> data = hear(limit);
     return data ? std::string(characters(*data)) : "(nothing)";
   }
 
-  /// Whether nothing comes in a time in which everything that is on its way has come.
+  /// Whether nothing arrives within 100 ms, which is enough for datagrams on the way.
   bool hearsNothing() { return !hear(std::chrono::milliseconds(100)); }
 
  private:
@@ -196,7 +193,7 @@ class Peer {
   sockaddr_in target_{};
 };
 
-/// Whether nobody is bound to a port: the thread that closes an endpoint's socket has done so.
+/// Whether a port is free, as it is once an endpoint's thread has closed its socket.
 inline bool isPortFree(std::uint16_t port) {
   const int probe = ::socket(AF_INET, SOCK_DGRAM, 0);
   const sockaddr_in address = loopback(port);
@@ -205,7 +202,7 @@ inline bool isPortFree(std::uint16_t port) {
   return result == 0;
 }
 
-/// What `create` makes on a port that was free a moment ago, and that port.
+/// Calls `create` with a free port. Returns its result and the port.
 template <typename Create>
 auto onFreePort(Create create) {
   for (;;) {

@@ -1,9 +1,9 @@
-# What the tests of programs share. Sourced; it makes a folder for the test's files, works in it and
-# takes it away in the end, with every process in `processes`.
+# Functions for the tests of programs, which source this file. The test runs in a new temporary
+# directory. At the end, the directory is removed and every process in `processes` is killed.
 here=$(cd "$(dirname "${BASH_SOURCE[0]}")" && pwd)
 work=$(mktemp -d)
 cd "$work" || exit 1
-limited=(timeout --foreground 60) # hands a signal on, once, and returns the program's exit status
+limited=(timeout --foreground 60) # forwards a signal once and returns the program's exit status
 processes=()
 faults=0
 
@@ -19,7 +19,7 @@ complain() {
   tail -n 20 ./*.log 2>/dev/null | sed 's/^/  /' >&2
 }
 
-# Goes on after a check that fails; ends after what the rest builds on.
+# check() continues after a failure. fail() ends the test.
 check() {
   "$@" && return
   complain "failed: $*"
@@ -31,7 +31,7 @@ fail() {
 }
 finish() { exit $((faults > 0)); }
 
-# Until a command succeeds, or a minute is over.
+# Repeats a command until it succeeds, for at most a minute.
 waitFor() {
   local deadline=$((SECONDS + 60))
   until "$@"; do
@@ -40,7 +40,7 @@ waitFor() {
   done
 }
 
-# Whether a program ends with a status, and says why in one line.
+# Whether a program ends with this status and one line on standard error.
 complains() {
   local wanted=$1 status
   shift
@@ -49,7 +49,7 @@ complains() {
   ((status == wanted && $(wc -l <complaint) == 1)) || { cat complaint && false; }
 }
 
-# A port that the system gave to a socket of ours a moment ago.
+# Sets $port to a free port: the system has just assigned it to a socket, which is closed again.
 findPort() {
   local probe socket
   exec {probe}<>/dev/udp/127.0.0.1/9
@@ -73,8 +73,8 @@ exec {silence}<>silence # an input that does not end
 isSaid() { grep -qs -- "$1" test.log; }
 hasEnded() { ! kill -0 "$process" 2>/dev/null; }
 
-# Starts a receiver on a port of its own, which stands for PORT, and on a second one, if it wants it,
-# for SECOND; on others when somebody was faster. What it says is in test.log.
+# Starts a receiver. Free ports replace PORT and SECOND in its arguments, others if one is taken
+# meanwhile. Its output is in test.log.
 start() {
   local command
   for _ in {1..10}; do

@@ -1,5 +1,5 @@
-// What faults of the network do to objects of each kind: wire [OBJECTS], a hundred a row if not
-// told otherwise. Fails when anything arrives but what the datagrams that came through amount to.
+// Sends objects over wires with faults: wire [OBJECTS PER KIND AND FAULT], 100 by default. Fails if
+// the objects that arrive differ from the forwarded ones, or if the process grows.
 #include <iomanip>
 #include <iostream>
 
@@ -24,7 +24,7 @@ int main(int argc, char** argv) {
   bool isRight = true;
   const auto run = [&](const char* kind, auto sessionOf, const char* name, const Faults& faults) {
     Counts counts = sessionOf(count, faults);
-    // What the system drops on a busy machine makes it unknown what has to arrive: once more.
+    // A busy system may drop datagrams: then the expected objects are unknown. Try again.
     for (int i = 0; i < 3 && counts.dropped > 0; ++i) counts = sessionOf(count, faults);
     const auto percent = [&](std::int64_t number) {
       return 100 * static_cast<double>(number) / static_cast<double>(counts.sent);

@@ -1,4 +1,4 @@
-// Sends a picture to itself, and ends well when it has arrived.
+// Sends an image to itself and exits with 0 if it arrives.
 #include <Tarnwick/Tarnwick.hpp>
 #include <iostream>
 #include <semaphore>
@@ -20,7 +20,7 @@ class Watcher : public tarnwick::RxImageUDPDelegate {
 auto receiverFor(const std::shared_ptr<Watcher>& watcher) {
   for (std::uint16_t port = 20000;; ++port) try {
       return std::pair(tarnwick::RxImageUDP::create("receiver", port, 65500, watcher), port);
-    } catch (const tarnwick::UDPError& error) {  // across the library's border
+    } catch (const tarnwick::UDPError& error) {  // thrown by the library
       if (error != tarnwick::UDPError::bindSocket || port == 65535) throw;
     }
 }
